@@ -1,0 +1,33 @@
+# libsmspb: comm/ and atlib/ alone. C++ without its run-time library, so that only libc is needed.
+add_library(smspb_objects OBJECT
+  comm/log_line.cpp
+  comm/zeldcard_common.cpp
+  atlib/USBModem.cpp
+  atlib/SmsEncoding.cpp
+  atlib/SmsUtils.cpp
+  atlib/CSMS.cpp)
+target_compile_features(smspb_objects PUBLIC cxx_std_17)
+target_include_directories(smspb_objects PUBLIC "${PROJECT_SOURCE_DIR}")
+target_compile_definitions(smspb_objects PRIVATE _FILE_OFFSET_BITS=64)
+target_compile_options(smspb_objects PRIVATE
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-unwind-tables
+  -fno-asynchronous-unwind-tables -fvisibility=hidden -ffunction-sections -fdata-sections)
+target_link_libraries(smspb_objects PRIVATE smspb_warnings)
+if(SMSPB_COVERAGE)
+  target_compile_options(smspb_objects PRIVATE --coverage -O0)
+  target_link_options(smspb_objects INTERFACE --coverage)
+endif()
+
+add_library(smspb SHARED $<TARGET_OBJECTS:smspb_objects>)
+add_library(smspb_static STATIC $<TARGET_OBJECTS:smspb_objects>)
+set_target_properties(smspb PROPERTIES
+  LINKER_LANGUAGE C VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+set_target_properties(smspb_static PROPERTIES LINKER_LANGUAGE C OUTPUT_NAME smspb)
+# The platform's functions stay undefined here: the program that links the library brings them.
+target_link_options(smspb PRIVATE -static-libgcc -Wl,--gc-sections -Wl,--as-needed -Wl,-O1)
+foreach(library smspb smspb_static)
+  target_include_directories(${library} PUBLIC "${PROJECT_SOURCE_DIR}")
+  if(SMSPB_COVERAGE)
+    target_link_options(${library} PUBLIC --coverage)
+  endif()
+endforeach()

@@ -1,0 +1,14 @@
+// The diagnostic log: /tmp/smspblog.1, opened and closed for every line, rotated to /tmp/smspblog.2
+// once it is larger than 256 KiB. Nothing stays open across the long waits of the AT channel.
+#ifndef SMSPB_COMM_LOG_LINE_H
+#define SMSPB_COMM_LOG_LINE_H
+
+// Appends "[source:function:line]" and the formatted message. A line that cannot be written is
+// dropped; logging never changes what the caller returns.
+__attribute__((format(printf, 4, 5))) void logLine(const char *source, const char *function,
+                                                   int line, const char *format, ...);
+
+// Each source file defines LOG_SOURCE, its name as the log shows it.
+#define LOG_LINE(...) logLine(LOG_SOURCE, __func__, __LINE__, __VA_ARGS__)
+
+#endif

@@ -16,7 +16,7 @@
 namespace support {
 
 inline void beginLibraryTest() {
-    failStatusQueries(false);
+    setLogFaults({});
     clearLog();
     resetPlatform();
     resetHeap();
@@ -24,7 +24,7 @@ inline void beginLibraryTest() {
 
 inline void endLibraryTest() {
     allowAllocations();
-    failStatusQueries(false);
+    setLogFaults({});
     EXPECT_EQ(liveBlocks(), 0U) << "heap blocks were not freed";
     EXPECT_EQ(liveIpcBlocks(), 0U) << "IPC blocks were not freed";
 }

@@ -19,8 +19,14 @@ std::string privatePath(const char *path);
 // Removes whatever stands under the log names, directories included.
 void removeLogs();
 
-// The next status queries fail, until removed again.
-void failStatusQueries(bool fail);
+// Faults of the file system, for the log names alone.
+struct LogFaults {
+    bool opens = false, statusQueries = false;
+};
+void setLogFaults(LogFaults faults);
+
+// How often a log name was opened since the last removeLogs().
+unsigned logOpens();
 
 } // namespace support
 

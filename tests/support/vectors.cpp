@@ -100,6 +100,17 @@ u32 Vector::number(std::string_view key, u32 otherwise) const {
     return has(key) ? number(key) : otherwise;
 }
 
+i32 Vector::integer(std::string_view key) const {
+    const std::string value = text(key);
+    const bool negative = !value.empty() && value[0] == '-';
+    const auto magnitude = parseNumber(negative ? value.substr(1) : value);
+    if (!magnitude || *magnitude > 0x7FFFFFFF) {
+        ADD_FAILURE() << where() << ": \"" << key << " = " << value << "\" is not an integer";
+        return 0;
+    }
+    return negative ? -static_cast<i32>(*magnitude) : static_cast<i32>(*magnitude);
+}
+
 std::vector<u8> Vector::octets(std::string_view key) const {
     const std::string value = text(key);
     const auto octets = parseOctets(value);

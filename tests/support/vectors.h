@@ -37,6 +37,7 @@ public:
     std::string text(std::string_view key) const;
     u32 number(std::string_view key) const;
     u32 number(std::string_view key, u32 otherwise) const;
+    i32 integer(std::string_view key) const; // signed
     std::vector<u8> octets(std::string_view key) const;
     // The values of a key that stands several times, in order.
     std::vector<std::string> texts(std::string_view key) const;

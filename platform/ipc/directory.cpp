@@ -1,0 +1,109 @@
+#include "platform/ipc/directory.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include "platform/ipc/descriptor.h"
+#include "platform/ipc/ipc_server.h"
+
+namespace smspb::ipc {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t OWNER_ONLY = 0700;
+
+[[noreturn]] void fail(int error, const std::string &what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+fs::path absoluteFrom(const char *variable, const char *value) {
+    const fs::path path = fs::path(value).lexically_normal();
+    if (!path.is_absolute()) {
+        fail(EINVAL, std::string(variable) + "=" + value + " is not an absolute path");
+    }
+    // A trailing slash would make lstat() look behind a link.
+    return path.has_filename() ? path : path.parent_path();
+}
+
+fs::path chosenDirectory() {
+    if (const char *own = secure_getenv("SMSPB_RUNTIME_DIR"); own != nullptr && *own != '\0') {
+        return absoluteFrom("SMSPB_RUNTIME_DIR", own);
+    }
+    if (geteuid() == 0) { return "/run/smspb"; }
+    if (const char *user = secure_getenv("XDG_RUNTIME_DIR"); user != nullptr && *user != '\0') {
+        return absoluteFrom("XDG_RUNTIME_DIR", user) / "smspb";
+    }
+    fail(ENOENT, "no runtime directory: set SMSPB_RUNTIME_DIR or XDG_RUNTIME_DIR");
+}
+
+void checkDirectory(const fs::path &directory) {
+    const std::string name = "runtime directory " + directory.string();
+    struct stat status {};
+    if (lstat(directory.c_str(), &status) != 0) { fail(errno, name); }
+    if (S_ISLNK(status.st_mode)) { fail(ELOOP, name + " is a symbolic link"); }
+    if (!S_ISDIR(status.st_mode)) { fail(ENOTDIR, name); }
+    if (status.st_uid != geteuid()) {
+        fail(EPERM, name + " belongs to user " + std::to_string(status.st_uid) + ", not to us");
+    }
+    if ((status.st_mode & 07777) != OWNER_ONLY) {
+        fail(EPERM, name + " is open to others: chmod 700 it");
+    }
+}
+
+// The counter lives in a file that every process maps: one atomic step, whoever takes it.
+u32 takeNumber(int file) {
+    void *page = mmap(nullptr, sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (page == MAP_FAILED) { fail(errno, "cannot map the session counter"); }
+    std::atomic_ref<u32> counter(*static_cast<u32 *>(page));
+    u32 number = 0;
+    while (number == 0) { number = ++counter; }
+    munmap(page, sizeof(u32));
+    return number;
+}
+
+} // namespace
+
+fs::path runtimeDirectory() {
+    fs::path directory = chosenDirectory();
+    if (mkdir(directory.c_str(), OWNER_ONLY) != 0 && errno != EEXIST) {
+        fail(errno, "cannot create the runtime directory " + directory.string());
+    }
+    checkDirectory(directory);
+    return directory;
+}
+
+std::string destinationName(u32 dest_id) { return "dest-" + std::to_string(dest_id); }
+
+std::string queueName(u32 mq) { return "mq-" + std::to_string(mq); }
+
+std::string subscriberPrefix(u32 messageId) {
+    char prefix[24];
+    std::snprintf(prefix, sizeof(prefix), "notify-%08x-", messageId);
+    return prefix;
+}
+
+u32 nextSharedNumber() {
+    const fs::path path = runtimeDirectory() / "sessions";
+    const Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    struct stat status {};
+    if (!file.isOpen() || fstat(file.get(), &status) != 0) { fail(errno, path.string()); }
+    if (status.st_size < static_cast<off_t>(sizeof(u32))) {
+        // Allocated, not only extended: a full file system must fail here, not in the mapping.
+        if (const int error = posix_fallocate(file.get(), 0, sizeof(u32)); error != 0) {
+            fail(error, path.string());
+        }
+    }
+    return takeNumber(file.get());
+}
+
+} // namespace smspb::ipc

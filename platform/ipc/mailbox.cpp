@@ -1,0 +1,226 @@
+#include "platform/ipc/mailbox.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "platform/ipc/directory.h"
+#include "platform/ipc/waiting.h"
+
+namespace smspb::ipc {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Of peers that connect and say nothing, the oldest is dropped beyond this many.
+constexpr size_t SILENT_SENDERS_MAX = 64;
+constexpr mode_t OWNER_ONLY = 0600;
+
+[[noreturn]] void fail(int error, const std::string &what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+Address addressOf(const fs::path &path) {
+    Address address{};
+    if (makeAddress(path, &address) != 0) {
+        fail(ENAMETOOLONG, "socket path " + path.string() + " is longer than " +
+                               std::to_string(sizeof(address.name.sun_path) - 1) +
+                               " characters: choose a shorter SMSPB_RUNTIME_DIR");
+    }
+    return address;
+}
+
+std::string holderOf(int lock) {
+    char pid[16] = {};
+    return pread(lock, pid, sizeof(pid) - 1, 0) > 0 ? "process " + std::string(pid)
+                                                    : "another process";
+}
+
+// The kernel lets go of the lock when its holder dies, however it dies.
+Descriptor lockName(const fs::path &path, const std::string &what) {
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, OWNER_ONLY));
+    if (!file.isOpen()) { fail(errno, path.string()); }
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) { fail(errno, path.string()); }
+        fail(EADDRINUSE, what + " is already served by " + holderOf(file.get()));
+    }
+    const std::string pid = std::to_string(getpid());
+    if (ftruncate(file.get(), 0) != 0 ||
+        pwrite(file.get(), pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+        fail(errno, path.string());
+    }
+    return file;
+}
+
+bool watch(int poller, int fd) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    return epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+bool isReadable(int fd) {
+    pollfd event = {fd, POLLIN, 0};
+    return poll(&event, 1, 0) > 0;
+}
+
+} // namespace
+
+std::unique_ptr<Mailbox> Mailbox::exclusive(const std::string &name, const std::string &what,
+                                            Welcome welcome) {
+    const fs::path path = runtimeDirectory() / name;
+    auto mailbox = std::make_unique<Mailbox>(std::move(welcome));
+    const std::lock_guard lock(processMutex());
+    mailbox->lock_ = lockName(path.string() + ".lock", what);
+    fs::remove(path); // what a dead holder left behind
+    mailbox->listenAt(path);
+    enroll(mailbox.get());
+    return mailbox;
+}
+
+// A name that notifications are sent to leads to a socket that listens from the first moment on:
+// else its notifier would take it for a dead subscriber's and remove it.
+std::unique_ptr<Mailbox> Mailbox::shared(const std::vector<std::string> &prefixes,
+                                         Welcome welcome) {
+    const fs::path directory = runtimeDirectory();
+    const std::string suffix = std::to_string(getpid()) + "-" + std::to_string(nextSharedNumber());
+    auto mailbox = std::make_unique<Mailbox>(std::move(welcome));
+    const std::lock_guard lock(processMutex());
+    mailbox->listenAt(directory / ("subscriber-" + suffix));
+    for (const std::string &prefix : prefixes) { mailbox->alsoAt(directory / (prefix + suffix)); }
+    enroll(mailbox.get());
+    return mailbox;
+}
+
+Mailbox::~Mailbox() {
+    const std::lock_guard lock(processMutex());
+    dismiss(this);
+    for (const fs::path &name : names_) { unlink(name.c_str()); }
+    abandon();
+}
+
+void Mailbox::abandon() {
+    names_.clear();
+    silent_.clear();
+    spare_.reset();
+    poller_.reset();
+    listener_.reset();
+    lock_.reset();
+}
+
+void Mailbox::listenAt(const fs::path &path) {
+    const Address address = addressOf(path);
+    listener_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    poller_.reset(epoll_create1(EPOLL_CLOEXEC));
+    if (!listener_.isOpen() || !poller_.isOpen()) { fail(errno, path.string()); }
+    const auto *name = reinterpret_cast<const sockaddr *>(&address.name);
+    if (bind(listener_.get(), name, sizeof(address.name)) != 0) { fail(errno, path.string()); }
+    names_.push_back(path);
+    if (chmod(path.c_str(), OWNER_ONLY) != 0 || listen(listener_.get(), SOMAXCONN) != 0 ||
+        !watch(poller_.get(), listener_.get())) {
+        fail(errno, path.string());
+    }
+}
+
+void Mailbox::alsoAt(const fs::path &path) {
+    addressOf(path);
+    fs::create_hard_link(names_.front(), path);
+    names_.push_back(path);
+}
+
+std::optional<Block> Mailbox::receive(std::chrono::milliseconds wait) {
+    if (!poller_.isOpen()) {
+        throw std::logic_error("this process inherited the mailbox: it has to open its own");
+    }
+    const Deadline deadline = deadlineAfter(wait);
+    do {
+        if (auto block = take()) { return block; }
+    } while (waitReadable(poller_.get(), deadline));
+    return std::nullopt;
+}
+
+std::optional<Block> Mailbox::take() {
+    const std::lock_guard lock(processMutex());
+    for (;;) {
+        if (auto sender = oldestReady()) {
+            if (void *block = readMessage(std::move(*sender))) { return Block(block); }
+        } else if (!acceptNext()) {
+            return std::nullopt;
+        }
+    }
+}
+
+// A process that sent twice connected twice, in that order, and sent the first before it connected
+// for the second. Looking from the youngest to the oldest therefore never overtakes: what was sent
+// before the message that is there has been sent by the time its connection is looked at.
+std::optional<Mailbox::Sender> Mailbox::oldestReady() {
+    size_t oldest = silent_.size();
+    for (size_t i = silent_.size(); i-- > 0;) {
+        if (isReadable(silent_[i].connection.get())) { oldest = i; }
+    }
+    if (oldest == silent_.size()) { return std::nullopt; }
+    Sender sender = std::move(silent_[oldest]);
+    silent_.erase(silent_.begin() + static_cast<std::ptrdiff_t>(oldest));
+    return sender;
+}
+
+// False when nobody is left to accept.
+bool Mailbox::acceptNext() {
+    Sender sender = acceptSender();
+    const int fd = sender.connection.get();
+    if (fd < 0) { return errno == EINTR || errno == ECONNABORTED; }
+    const bool staysSilent = sender.usesSpare && !isReadable(fd);
+    if (!isTrustedPeer(fd) || staysSilent || !watch(poller_.get(), fd)) { return true; }
+    if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
+    silent_.push_back(std::move(sender));
+    return true;
+}
+
+Mailbox::Sender Mailbox::acceptSender() {
+    if (!spare_.isOpen()) { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+    Sender sender;
+    auto *name = reinterpret_cast<sockaddr *>(&sender.name);
+    socklen_t size = sizeof(sender.name);
+    sender.connection.reset(accept4(listener_.get(), name, &size, SOCK_CLOEXEC));
+    if (!sender.connection.isOpen() && (errno == EMFILE || errno == ENFILE)) {
+        spare_.reset();
+        sender.usesSpare = true;
+        sender.connection.reset(accept4(listener_.get(), name, &size, SOCK_CLOEXEC));
+    }
+    return sender;
+}
+
+// The message as a block, an ordinary one with its sender's address; null when it is refused. A
+// request that came on the spare descriptor is: there is none to keep its sender waiting with.
+void *Mailbox::readMessage(Sender sender) {
+    Header header{};
+    const int fd = sender.connection.get();
+    const ssize_t size = peekHeader(fd, &header);
+    const bool mayStay = header.kind != REQUEST || !sender.usesSpare;
+    if (size <= 0 || !isWellFormed(header, size) || !welcome_(header) || !mayStay) {
+        return nullptr;
+    }
+    const u32 payload = static_cast<u32>(size) - headerOctets(header.kind);
+    const bool isQueued = header.kind == QUEUED;
+    const u32 room = isQueued ? payload : roundUpTo4(payload) + IPC_ADDRESS_SIZE;
+    void *block = ipc_memory_assign(room, isQueued ? QUEUED : ONE_WAY);
+    if (block == nullptr) { return nullptr; }
+    recv(fd, block, static_cast<size_t>(size), MSG_DONTWAIT);
+    if (isQueued) { return block; }
+    Address address = {0, sender.name};
+    if (header.kind == REQUEST) {
+        address.waiting = keepWaiting(std::move(sender.connection), header.sessionId);
+    }
+    std::memcpy(payloadStart(block) + roundUpTo4(payload), &address, sizeof(address));
+    return block;
+}
+
+} // namespace smspb::ipc

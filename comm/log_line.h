@@ -1,12 +1,16 @@
-// The diagnostic log: /tmp/smspblog.1, opened and closed for every line, rotated to /tmp/smspblog.2
+// The diagnostic log: /tmp/smspblog.1, opened and closed for every line, renamed to /tmp/smspblog.2
 // once it is larger than 256 KiB. Nothing stays open across the long waits of the AT channel.
 #ifndef SMSPB_COMM_LOG_LINE_H
 #define SMSPB_COMM_LOG_LINE_H
 
 // Appends "[source:function:line]" and the formatted message. A line that cannot be written is
-// dropped; logging never changes what the caller returns.
+// dropped; logging never changes what the caller returns, nor errno.
 __attribute__((format(printf, 4, 5))) void logLine(const char *source, const char *function,
                                                    int line, const char *format, ...);
+
+// Opens a log file for appending. Never blocks on a FIFO, never follows a symbolic link: /tmp is
+// everybody's. Returns the descriptor, -1 on failure.
+int openLogFile(const char *path);
 
 // Each source file defines LOG_SOURCE, its name as the log shows it.
 #define LOG_LINE(...) logLine(LOG_SOURCE, __func__, __LINE__, __VA_ARGS__)

@@ -1,0 +1,57 @@
+// The one writer behind every log line, on bare system calls.
+#include "log_line.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static const char CURRENT_LOG[] = "/tmp/smspblog.1";
+static const char PREVIOUS_LOG[] = "/tmp/smspblog.2";
+static const off_t ROTATION_SIZE = 262144; // octets; one more and the file is rotated
+static const mode_t LOG_MODE = 0666;       // less the process's umask, as fopen() creates files
+enum { LINE_ROOM = 1536 };                 // the longest line that callers bound is 1,1xx octets
+
+int openLogFile(const char *path) {
+    return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                LOG_MODE);
+}
+
+// One write for a line that fits, so that lines of several processes stay whole.
+__attribute__((format(printf, 5, 0))) static void writeLine(int log, const char *source,
+                                                            const char *function, int line,
+                                                            const char *format, va_list values) {
+    char text[LINE_ROOM];
+    const int prefix = snprintf(text, sizeof(text), "[%s:%s:%d]", source, function, line);
+    if (prefix < 0 || prefix >= LINE_ROOM) { return; }
+    va_list again;
+    va_copy(again, values);
+    const int message =
+        vsnprintf(text + prefix, sizeof(text) - static_cast<size_t>(prefix), format, values);
+    if (message >= LINE_ROOM - prefix) {
+        dprintf(log, "[%s:%s:%d]", source, function, line);
+        vdprintf(log, format, again);
+    } else if (message >= 0 && write(log, text, static_cast<size_t>(prefix + message)) < 0) {
+        // A line that cannot be written is dropped.
+    }
+    va_end(again);
+}
+
+void logLine(const char *source, const char *function, int line, const char *format, ...) {
+    const int callersError = errno;
+    const int log = openLogFile(CURRENT_LOG);
+    if (log >= 0) {
+        va_list values;
+        va_start(values, format);
+        writeLine(log, source, function, line, format, values);
+        va_end(values);
+        close(log);
+    }
+    struct stat status;
+    if (stat(CURRENT_LOG, &status) == 0 && status.st_size > ROTATION_SIZE) {
+        rename(CURRENT_LOG, PREVIOUS_LOG);
+    }
+    errno = callersError;
+}

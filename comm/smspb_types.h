@@ -11,8 +11,12 @@ typedef int32_t i32;
 
 /* Everything between these two is exported with C linkage; the rest of the library is hidden. */
 #ifdef __cplusplus
-#define SMSPB_BEGIN_EXPORTS extern "C" { _Pragma("GCC visibility push(default)")
-#define SMSPB_END_EXPORTS _Pragma("GCC visibility pop") }
+#define SMSPB_BEGIN_EXPORTS                                                                        \
+    extern "C" {                                                                                   \
+    _Pragma("GCC visibility push(default)")
+#define SMSPB_END_EXPORTS                                                                          \
+    _Pragma("GCC visibility pop")                                                                  \
+    }
 #else
 #define SMSPB_BEGIN_EXPORTS _Pragma("GCC visibility push(default)")
 #define SMSPB_END_EXPORTS _Pragma("GCC visibility pop")
@@ -20,10 +24,10 @@ typedef int32_t i32;
 
 /* A record's size on a 32-bit target, where it is part of the interface. */
 #ifdef __cplusplus
-#define SMSPB_SIZE_32(type, octets)                                                               \
+#define SMSPB_SIZE_32(type, octets)                                                                \
     static_assert(sizeof(void *) != 4 || sizeof(type) == (octets), "size of " #type)
 #else
-#define SMSPB_SIZE_32(type, octets)                                                               \
+#define SMSPB_SIZE_32(type, octets)                                                                \
     _Static_assert(sizeof(void *) != 4 || sizeof(type) == (octets), "size of " #type)
 #endif
 

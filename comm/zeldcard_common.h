@@ -14,10 +14,10 @@
 #include "smspb_types.h"
 
 static const u32 IPC_OK = 0;
-static const u32 IPC_NULL_ARGUMENT = 1;     /* a required pointer or handle is null */
-static const u32 IPC_NO_MEMORY = 2;         /* no block for the message */
+static const u32 IPC_NULL_ARGUMENT = 1;      /* a required pointer or handle is null */
+static const u32 IPC_NO_MEMORY = 2;          /* no block for the message */
 static const u32 IPC_NO_RESPONSE_MEMORY = 3; /* the same, when answering */
-static const u32 IPC_SEND_FAILED = 4;       /* the platform refused, or a request without a sender */
+static const u32 IPC_SEND_FAILED = 4; /* the platform refused, or a request without a sender */
 static const u32 IPC_UNKNOWN_DESTINATION = 5;
 
 SMSPB_BEGIN_EXPORTS
@@ -35,8 +35,8 @@ u32 zeldcard_send_request_asyn(u32 dest_id, u32 msg_id, const void *payload, u32
 /* Sends a request to process `dest_id` and waits up to `timeout` milliseconds for the response.
  * `*out_len`: in, the room at `out_buf` in octets; out, the octets that the response brought, never
  * more than that room copied. On failure `out_buf` is left as it was. */
-u32 zeldcard_send_request_sync(u32 dest_id, u32 msg_id, const void *payload, u32 len,
-                               void *out_buf, u32 *out_len, u32 timeout);
+u32 zeldcard_send_request_sync(u32 dest_id, u32 msg_id, const void *payload, u32 len, void *out_buf,
+                               u32 *out_len, u32 timeout);
 
 /* Puts a message on the queue with the handle `mq`. */
 u32 zeldcard_send_mq(u32 mq, u32 msg_id, const void *payload, u32 len);

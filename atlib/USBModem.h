@@ -2,9 +2,9 @@
  * The AT command channel: every command travels as text in an IPC request to the modem manager (IPC
  * destination 1), and the modem's reply comes back as text.
  *
- * Each call blocks its thread until the manager answers or the wait is over. No state is kept; calls
- * from several threads are serialised by the manager. A reply holds at most 1,024 characters, ends at
- * its first zero octet, and is a heap block that the caller frees with free().
+ * Each call blocks its thread until the manager answers or the wait is over. No state is kept;
+ * calls from several threads are serialised by the manager. A reply holds at most 1,024 characters,
+ * ends at its first zero octet, and is a heap block that the caller frees with free().
  */
 #ifndef SMSPB_ATLIB_USBMODEM_H
 #define SMSPB_ATLIB_USBMODEM_H
@@ -22,16 +22,16 @@ __attribute__((format(printf, 1, 2)))
 #endif
 int usbmodem_log(const char *format, ...);
 
-/* Runs an AT command ("\r" included) with `count` final-result markers behind it, each a const char *
- * of at most 15 characters, at most five of them. The manager waits `wait_ms` for one of them; the IPC
- * wait is 20,000 ms whatever it is. Returns the reply, null when none came. */
+/* Runs an AT command ("\r" included) with `count` final-result markers behind it, each a const char
+ * * of at most 15 characters, at most five of them. The manager waits `wait_ms` for one of them;
+ * the IPC wait is 20,000 ms whatever it is. Returns the reply, null when none came. */
 char *writeComm(const char *cmd, u32 wait_ms, u32 count, ...);
 
 /* As writeComm, with the markers as an argument list. `cmd_len` is not looked at. Stores the reply
- * and returns its length; returns 0 and leaves `*reply_out` when the call failed. When memory is out
+ * and returns its length; returns 0 and leaves `*reply_out` when the call failed. When memory is
+ * out
  * `*reply_out` is null and the length is returned all the same. */
-u32 ExecAT(const char *cmd, u32 cmd_len, char **reply_out, u32 wait_ms, int count,
-           va_list markers);
+u32 ExecAT(const char *cmd, u32 cmd_len, char **reply_out, u32 wait_ms, int count, va_list markers);
 
 /* Sends a message: `cmd` is its PDU text, the manager carries out the exchange. `timeout_ms` is the
  * IPC wait. The markers are not sent. Result as ExecAT. */

@@ -2,9 +2,10 @@
  * The SMS transfer layer: records of SMS-DELIVER, SMS-SUBMIT and SMS-STATUS-REPORT and their octets
  * (3GPP TS 23.040, 23.038).
  *
- * Records are flat values that the caller owns. Nothing here allocates, blocks or keeps state. Field
- * coders return the octets read or written, 0 for a refusal; message coders return a TS_ status.
- * Output is left partly filled by a failure, so callers clear a record before decoding into it.
+ * Records are flat values that the caller owns. Nothing here allocates, blocks or keeps state.
+ * Field coders return the octets read or written, 0 for a refusal; message coders return a TS_
+ * status. Output is left partly filled by a failure, so callers clear a record before decoding into
+ * it.
  *
  * A field coder's `in` is a bare pointer: each says how many octets it may touch. The message
  * decoders stay within the 255 octets of SmsRawTpdu whatever the octets say; what lies behind the
@@ -16,20 +17,20 @@
 #include "../comm/smspb_types.h"
 
 enum {
-    SMS_MAX_TPDU_LEN = 255,      /* octets of SmsRawTpdu.data and of SmsUserData.sm_data */
-    SMS_MAX_ADDRESS_DIGITS = 20, /* digits or characters of an address */
+    SMS_MAX_TPDU_LEN = 255,       /* octets of SmsRawTpdu.data and of SmsUserData.sm_data */
+    SMS_MAX_ADDRESS_DIGITS = 20,  /* digits or characters of an address */
     SMS_ADDRESS_DIGITS_ROOM = 36, /* entries of SmsAddress.digits */
-    SMS_MAX_UDH_IES = 7          /* information elements kept of a user-data header */
+    SMS_MAX_UDH_IES = 7           /* information elements kept of a user-data header */
 };
 
 /* Results of the message coders. */
 static const u32 TS_OK = 0;
 static const u32 TS_GENERAL_ERROR = 1; /* address or time stamp not coded, validity not decoded */
 static const u32 TS_NULL_POINTER = 9;
-static const u32 TS_INVALID_ADDRESS = 100;        /* status report: TP-RA */
-static const u32 TS_USER_DATA_TOO_LONG = 101;     /* more than 140 octets */
-static const u32 TS_INVALID_TIMESTAMP = 102;      /* status report: TP-SCTS or TP-DT */
-static const u32 TS_INVALID_TPDU_TYPE = 200;      /* a DELIVER whose TP-MTI is not 00 */
+static const u32 TS_INVALID_ADDRESS = 100;         /* status report: TP-RA */
+static const u32 TS_USER_DATA_TOO_LONG = 101;      /* more than 140 octets */
+static const u32 TS_INVALID_TIMESTAMP = 102;       /* status report: TP-SCTS or TP-DT */
+static const u32 TS_INVALID_TPDU_TYPE = 200;       /* a DELIVER whose TP-MTI is not 00 */
 static const u32 TS_INVALID_VALIDITY_FORMAT = 203; /* a SUBMIT's format is 4 or more */
 
 /* Results of wms_decode_at_cmd_pdu. 200 is a TPDU of reserved type. */
@@ -203,8 +204,8 @@ typedef struct {
     SmsTimestamp sc_timestamp;   /* TP-SCTS */
     SmsTimestamp discharge_time; /* TP-DT */
     u32 tp_status;               /* TP-ST */
-    u32 mask; /* TP-PI: bit 0 TP-PID, bit 1 TP-DCS, bit 2 TP-UD; 0xFF received is 0 here */
-    u32 pid;  /* 0 when absent */
+    u32 mask;   /* TP-PI: bit 0 TP-PID, bit 1 TP-DCS, bit 2 TP-UD; 0xFF received is 0 here */
+    u32 pid;    /* 0 when absent */
     SmsDcs dcs; /* left as the caller had it when absent */
     SmsUserData user_data;
 } SmsStatusReport;
@@ -273,19 +274,21 @@ u8 wms_ts_decode_dcs(const u8 *in, SmsDcs *dcs);
 /* Encodes TP-DCS. Returns 1. */
 u8 wms_ts_encode_dcs(const SmsDcs *dcs, u8 *out);
 
-/* Packs `count` septets (TS 23.038, 6.1.2.1), one per octet of `chars`, not masked. `shift` fill bits
- * modulo 7 precede them: the first octet is then ORed, so it must hold what stands before it. Writes
- * at most `out_limit` octets (one octet at least behind fill bits) and returns them; 0 for null. */
+/* Packs `count` septets (TS 23.038, 6.1.2.1), one per octet of `chars`, not masked. `shift` fill
+ * bits modulo 7 precede them: the first octet is then ORed, so it must hold what stands before it.
+ * Writes at most `out_limit` octets (one octet at least behind fill bits) and returns them; 0 for
+ * null. */
 u16 wms_ts_pack_gw_7_bit_chars(const u8 *chars, u16 count, u16 shift, u16 out_limit, u8 *out);
 
 /* Unpacks at most `char_limit` septets from at most `in_bound` octets. `shift` is 8 less the fill
- * bits before the first septet, 0 without any, 8 at most. A septet 0 is stored as 0x40. Returns the
- * octets consumed; 0 for null, logged. */
+ * bits before the first septet, 0 without any; above 7 nothing is unpacked. A septet 0 is stored as
+ * 0x40. Returns the octets consumed; 0 for null, logged. */
 u8 wms_ts_unpack_gw_7_bit_chars(const u8 *in, u8 in_bound, u8 char_limit, u16 shift, u8 *out);
 
 /* Encodes a user-data header (TS 23.040, 9.2.3.24): its length octet, then the concatenation
- * elements of the first 7; others and impossible ones are skipped. Writes at most 43 octets. Returns
- * the length octet; 0, nothing written, for a count of 0. Not re-entrant. */
+ * elements of the first 7; others and impossible ones are skipped. Writes at most 43 octets.
+ * Returns
+ * the length octet; 0, nothing written, for a count of 0. */
 u8 wms_ts_encode_user_data_header(u8 count, const SmsUdhIe *elements, u8 *out);
 
 /* Decodes a user-data header from its length octet on; the argument need only be nonzero. Reads
@@ -306,8 +309,8 @@ u32 wms_ts_compute_gw_user_data_length(const SmsDcs *dcs, const SmsUserData *use
 u8 wms_ts_encode_gw_user_data(const SmsDcs *dcs, const SmsUserData *user_data, u8 *out);
 
 /* Decodes TP-UD from the octet behind TP-UDL, reading within 255 octets from there. Clears the
- * record first. Returns the octets consumed, for septets more than there are; 0 for null, an empty or
- * an overlong TP-UDL. */
+ * record first. Returns the octets consumed, for septets more than there are; 0 for null, an empty
+ * or an overlong TP-UDL. */
 u8 wms_ts_decode_gw_user_data(const SmsDcs *dcs, u8 udl, const u8 *in, u8 udhi,
                               SmsUserData *user_data);
 
@@ -316,8 +319,8 @@ u8 wms_ts_decode_gw_user_data(const SmsDcs *dcs, u8 udl, const u8 *in, u8 udhi,
 u32 wms_ts_encode_deliver(const SmsDeliver *deliver, SmsRawTpdu *raw);
 u32 wms_ts_encode_submit(const SmsSubmit *submit, SmsRawTpdu *raw);
 
-/* Decode a TPDU, tracing each field to the log. Only the DELIVER decoder checks TP-MTI. A long 7-bit
- * text gives TS_USER_DATA_TOO_LONG with the record complete. */
+/* Decode a TPDU, tracing each field to the log. Only the DELIVER decoder checks TP-MTI. A long
+ * 7-bit text gives TS_USER_DATA_TOO_LONG with the record complete. */
 u32 wms_ts_decode_deliver(const SmsRawTpdu *raw, SmsDeliver *deliver);
 u32 wms_ts_decode_submit(const SmsRawTpdu *raw, SmsSubmit *submit);
 u32 wms_ts_decode_status_report(const SmsRawTpdu *raw, SmsStatusReport *report);

@@ -1,10 +1,10 @@
 /*
- * Messages as callers see them: character sets, PDU-mode text, composition and segmentation, numbers
- * and times.
+ * Messages as callers see them: character sets, PDU-mode text, composition and segmentation,
+ * numbers and times.
  *
- * A UCS-2 string is a zero-terminated array of units in host order. Unless a function says otherwise
- * it allocates nothing, keeps no state, does not block, and needs its pointers not null. Lengths are
- * units (UCS-2), septets one per octet (GSM) or octets (UTF-8).
+ * A UCS-2 string is a zero-terminated array of units in host order. Unless a function says
+ * otherwise it allocates nothing, keeps no state, does not block, and needs its pointers not null.
+ * Lengths are units (UCS-2), septets one per octet (GSM) or octets (UTF-8).
  */
 #ifndef SMSPB_ATLIB_SMSUTILS_H
 #define SMSPB_ATLIB_SMSUTILS_H
@@ -13,7 +13,7 @@
 #include "SmsEncoding.h"
 
 enum {
-    SMS_NUMBER_UNITS = 21, /* units of a number field, its zero included */
+    SMS_NUMBER_UNITS = 21,  /* units of a number field, its zero included */
     SMS_PDU_TEXT_ROOM = 400 /* characters of a segment's PDU text, its zero included */
 };
 
@@ -24,8 +24,8 @@ static const u32 MESSAGE_STATUS_REPORT = 3;
 
 /* A message to compose, and a decoded message: one layout. */
 typedef struct {
-    u32 kind;                         /* decoded: MESSAGE_... */
-    u16 sc_number[SMS_NUMBER_UNITS];  /* service centre; empty for none */
+    u32 kind;                          /* decoded: MESSAGE_... */
+    u16 sc_number[SMS_NUMBER_UNITS];   /* service centre; empty for none */
     u16 peer_number[SMS_NUMBER_UNITS]; /* destination, originator or recipient */
     u16 *text;     /* to compose: the caller's; decoded: a block that the caller frees */
     u32 msg_class; /* decoded: 0 to 3, MSG_CLASS_NONE */
@@ -72,8 +72,8 @@ u32 sms_UnicodeToGSM(u16 c, u8 *code, u8 *extension);
  * first; a mapped character needs one spare octet behind it. Returns the septets. */
 u32 sms_WSTRToGSM(const u16 *text, u32 length, u8 *out, u32 capacity);
 
-/* Converts `count` septets to at most `capacity` units, all cleared first. An escape takes the octet
- * behind it, so `septets` holds count + 1 octets. Returns the units. */
+/* Converts `count` septets to at most `capacity` units, all cleared first. An escape takes the
+ * octet behind it, so `septets` holds count + 1 octets. Returns the units. */
 i32 sms_GSMToWSTR(const u8 *septets, u32 count, u16 *out, u32 capacity);
 
 /* Copies n + 1 units; nothing when n is 0. */
@@ -82,8 +82,8 @@ void sms_FromUnicodeNetwork(const u16 *src, u32 n, u16 *dst);
 /* Writes n units as 2n octets, high octet first. */
 void sms_ToUnicodeNetwork(const u16 *src, u32 n, u8 *dst);
 
-/* Converts n units to UTF-8 and a zero octet within `capacity`. Returns the octets without the zero;
- * -1, -2, -3 or -4 when a character of one, two, surrogate or three octets does not fit. */
+/* Converts n units to UTF-8 and a zero octet within `capacity`. Returns the octets without the
+ * zero; -1, -2, -3 or -4 when a character of one, two, surrogate or three octets does not fit. */
 i32 UnicodeToUTF8(const u16 *src, u32 n, u8 *dst, u32 capacity);
 
 /* Converts n octets of UTF-8 to units and a zero unit within `capacity`. Returns the units without
@@ -94,7 +94,8 @@ i32 UTF8ToUnicode(const u8 *src, u32 n, u16 *dst, u32 capacity);
  * Stops before a sequence that is cut short, and after 1,023 units. Not re-entrant. */
 u16 *UTF2Uni(const u8 *src, u32 n);
 
-/* The octets of the UTF-8 sequence that `byte` leads (2 to 6), 0 for ASCII, -1 for what leads none. */
+/* The octets of the UTF-8 sequence that `byte` leads (2 to 6), 0 for ASCII, -1 for what leads none.
+ */
 int getCntBits(u8 byte);
 
 /* Writes the service-centre part of a PDU text (at most 76 characters and a zero for 36 digits).
@@ -105,8 +106,8 @@ char *wms_scaddr_to_string(SmsAddress service_centre, char *out);
  * octets of the TPDU. Returns 0, the encoder's TS_ status, or 200 for another type. */
 u32 wms_encode_at_cmd_pdu(const SmsAtMessage *message, char *out, u32 *tpdu_length);
 
-/* Converts up to 2 * count hexadecimal characters to `count` octets; the text may end early. Returns
- * 0; 1 when a pair was not hexadecimal: it stores the pair before it again. */
+/* Converts up to 2 * count hexadecimal characters to `count` octets; the text may end early.
+ * Returns 0; 1 when a pair was not hexadecimal: it stores the pair before it again. */
 u32 dsatetsismsi_encode_pdu(const char *hex, u8 *out, u32 count);
 
 /* TPDU_... of a TPDU's first octet. */
@@ -123,7 +124,7 @@ i32 sms_encode_pdu(const SmsMessage *request, SmsSegment **segments, u8 *count);
 i32 sms_decode_pdu(const char *pdu, SmsMessage *message);
 
 /* Converts the body of a DELIVER or SUBMIT to a heap block that the caller frees with free(), null
- * when memory is out. 8-bit data is copied, two octets to a unit. Returns 1; 0 for another type. */
+ * when memory is out. 8-bit data is copied, two octets to a unit. Returns 1; 0 without a text. */
 u32 sms_decode_msg_body_text(const SmsTpdu *tpdu, u16 **text);
 
 /* Reads a number of at most 8 digits, decimal or hexadecimal; letters count in both. Returns 1; 0,

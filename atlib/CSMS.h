@@ -2,9 +2,9 @@
  * The SMS manager: the modem's message settings, sending and saving, reading and deleting.
  *
  * Every operation runs one or more AT commands through the modem manager and blocks its caller's
- * thread meanwhile; no command is retried but InitSMS's. Unless said otherwise it returns a status of
- * the SMS_ family. The service-centre address is cached for the process without a lock, so one thread
- * at a time. Numbers and texts are UCS-2 in host order.
+ * thread meanwhile; no command is retried but InitSMS's. Unless said otherwise it returns a status
+ * of the SMS_ family. The service-centre address is cached for the process without a lock, so one
+ * thread at a time. Numbers and texts are UCS-2 in host order.
  */
 #ifndef SMSPB_ATLIB_CSMS_H
 #define SMSPB_ATLIB_CSMS_H
@@ -17,9 +17,9 @@ static const u32 SMS_NO_REPLY = 20;         /* no reply, or a general failure */
 static const u32 SMS_INVALID_ARGUMENT = 21; /* an argument missing or out of range */
 static const u32 SMS_FIELD_MISSING = 22;    /* the reply lacks a line or a field */
 static const u32 SMS_NO_MEMORY = 23;
-static const u32 SMS_BAD_PDU = 24;      /* a PDU or hexadecimal text does not decode */
+static const u32 SMS_BAD_PDU = 24;       /* a PDU or hexadecimal text does not decode */
 static const u32 SMS_NO_REPLY_TEXT = 25; /* no text to check */
-static const u32 SMS_MODEM_ERROR = 26;  /* "ERROR", "+CME ERROR:" or "+CMS ERROR:" */
+static const u32 SMS_MODEM_ERROR = 26;   /* "ERROR", "+CME ERROR:" or "+CMS ERROR:" */
 
 /* Message storages. The phonebook numbers them the other way round. */
 static const u32 SMS_STORAGE_ME = 1;
@@ -118,14 +118,15 @@ u32 handleSave(u32 length, const char *pdu, u32 saveParam, i32 *index);
 i32 getCMGWindex(const char *reply);
 
 /* Reads the message at `index` of the storage selected for reading. `*record` receives a heap block
- * that the caller frees with free(), as it does its text; it is left alone when the status is not 0.
- * A message that does not decode gives 0 and an empty record. */
+ * that the caller frees with free(), as it does its text; it is left alone when the status is not
+ * 0. A message that does not decode gives 0 and an empty record. */
 u32 getSMSbyindex(SmsRecord **record, u32 index);
 
 /* Fills a record from the reply of the read command. The caller frees its text. */
 u32 decodeCMGR(const char *reply, SmsRecord *record);
 
-/* Writes the time as "2013-05-07 09:03:00": at most 30 characters and a zero. Returns the length. */
+/* Writes the time as "2013-05-07 09:03:00": at most 35 characters and a zero. Returns the length.
+ */
 i32 get_date_t_of_sms(const SmsRecord *record, char *text);
 
 /* The index of a "+CMTI: " line, -1 without one. Writes the storage's name without a terminator:

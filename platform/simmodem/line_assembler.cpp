@@ -1,0 +1,89 @@
+#include "line_assembler.h"
+
+#include "modem.h"
+#include "text.h"
+
+#include <utility>
+
+namespace smspb::simmodem {
+namespace {
+
+constexpr char CTRL_Z = 0x1A;
+constexpr char ESC = 0x1B;
+constexpr char BLANK = ' ';
+
+bool isControl(char c) { return static_cast<unsigned char>(c) < BLANK; }
+
+} // namespace
+
+std::optional<LineInput> LineAssembler::take(char c, const Settings &settings) {
+    switch (state_) {
+    case State::idle:
+    case State::seenA: return takePrefix(c);
+    case State::command: return takeCommand(c, settings);
+    case State::data: return takeData(c);
+    }
+    return std::nullopt;
+}
+
+void LineAssembler::expectData() {
+    reset();
+    state_ = State::data;
+}
+
+void LineAssembler::reset() {
+    state_ = State::idle;
+    text_.clear();
+    overflow_ = false;
+}
+
+// V.250, 5.2.1: whatever stands before "AT" is skipped; "A/" repeats the last line at once.
+std::optional<LineInput> LineAssembler::takePrefix(char c) {
+    if (upper(c) == 'A') {
+        state_ = State::seenA;
+        return std::nullopt;
+    }
+    const bool behindA = std::exchange(state_, State::idle) == State::seenA;
+    if (behindA && upper(c) == 'T') { state_ = State::command; }
+    if (behindA && c == '/') { return LineInput{LineInput::Kind::command, last_}; }
+    return std::nullopt;
+}
+
+// V.250, 5.2.2 and 5.2.3: S5 takes back a character, other control characters mean nothing.
+std::optional<LineInput> LineAssembler::takeCommand(char c, const Settings &settings) {
+    if (c == settings.terminator()) {
+        if (overflow_) { return complete(LineInput::Kind::tooLong); }
+        last_ = text_;
+        return complete(LineInput::Kind::command);
+    }
+    if (c == settings.eraser()) {
+        if (!text_.empty()) { text_.pop_back(); }
+    } else if (!isControl(c)) {
+        append(c, LINE_CHARACTERS_MAX);
+    }
+    return std::nullopt;
+}
+
+std::optional<LineInput> LineAssembler::takeData(char c) {
+    if (c == CTRL_Z) { return complete(LineInput::Kind::data); }
+    if (c == ESC) { return complete(LineInput::Kind::cancelled); }
+    append(c, DATA_CHARACTERS_MAX);
+    return std::nullopt;
+}
+
+void LineAssembler::append(char c, std::size_t limit) {
+    if (text_.size() < limit) {
+        text_ += c;
+    } else {
+        overflow_ = true;
+    }
+}
+
+// Data that overflowed stays what it is: cut off, it has another length than announced.
+LineInput LineAssembler::complete(LineInput::Kind kind) {
+    LineInput input{kind, std::move(text_)};
+    reset();
+    return input;
+}
+
+} // namespace smspb::simmodem

@@ -1,0 +1,140 @@
+// smspb-simmodem: a simulated modem on a pseudo-terminal.
+#include "dialogue.h"
+#include "terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <asio/signal_set.hpp>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+
+namespace {
+
+using namespace smspb::simmodem;
+
+struct Options {
+    std::string link;
+    ModemOptions modem;
+    std::vector<std::string> faults;
+    unsigned latencyMs = 0;
+    bool verbose = false;
+};
+
+class Program {
+public:
+    explicit Program(const Options &options)
+        : options_(options), modem_(options.modem), signals_(io_, SIGINT, SIGTERM, SIGHUP),
+          comeback_(io_), dialogue_(
+                              io_, modem_, std::chrono::milliseconds(options.latencyMs),
+                              [this](std::string text) { terminal_->write(text); },
+                              [this](std::chrono::milliseconds away) { vanish(away); }) {
+        for (const std::string &fault : options.faults) { modem_.faults.add(fault); }
+        signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
+        appear();
+    }
+
+    void run() { io_.run(); }
+
+private:
+    void appear() {
+        terminal_ = std::make_shared<Terminal>(io_);
+        terminal_->start([this](std::string_view characters) { dialogue_.receive(characters); });
+        link_ = std::make_unique<TerminalLink>(options_.link, terminal_->name());
+        spdlog::debug("{} is {}", options_.link, terminal_->name());
+    }
+
+    void vanish(std::chrono::milliseconds away) {
+        link_.reset();
+        terminal_->close();
+        modem_.restart();
+        comeback_.expires_after(away);
+        comeback_.async_wait([this](const std::error_code &error) {
+            if (!error) { appear(); }
+        });
+    }
+
+    const Options &options_;
+    asio::io_context io_{1};
+    Modem modem_;
+    asio::signal_set signals_;
+    asio::steady_timer comeback_;
+    std::shared_ptr<Terminal> terminal_;
+    std::unique_ptr<TerminalLink> link_;
+    Dialogue dialogue_;
+};
+
+std::string checkNumber(const std::string &text) {
+    return isNumber(text) ? "" : "\"" + text + "\" is no number: \"+\" and digits, 20 at most";
+}
+
+std::string checkFault(const std::string &text) { return Faults().add(text); }
+
+void addOptions(CLI::App &app, Options &options) {
+    static constexpr std::size_t STORAGE_MAX = 10000;
+    static constexpr unsigned LATENCY_MAX = 600000;
+    app.add_option("--link", options.link, "Symbolic link to the terminal, made when it is ready")
+        ->required()
+        ->type_name("PATH");
+    app.add_option("--number", options.modem.number, "Own number: messages to it come back")
+        ->capture_default_str()
+        ->check(CLI::Validator(checkNumber, "NUMBER"))
+        ->type_name("");
+    app.add_option("--smsc", options.modem.serviceCentre, "Address of the service centre")
+        ->capture_default_str()
+        ->check(CLI::Validator(checkNumber, "NUMBER"))
+        ->type_name("");
+    app.add_option("--me-size", options.modem.meSize, "Places of the storage ME")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--sm-size", options.modem.smSize, "Places of the storage SM")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--fault", options.faults,
+                   "PATTERN=ACTION[:COUNT], as often as wanted; ACTION is silence, error, cms=N, "
+                   "cme=N, drop[=MS], half, garbage, delay=MS, unsolicited=TEXT or no-prompt")
+        ->check(CLI::Validator(checkFault, ""))
+        ->take_all()
+        ->allow_extra_args(false)
+        ->type_name("FAULT");
+    app.add_option("--latency", options.latencyMs, "Milliseconds before each reply")
+        ->capture_default_str()
+        ->check(CLI::Range(0U, LATENCY_MAX))
+        ->type_name("");
+    app.add_flag("--verbose", options.verbose, "Trace every line on standard error");
+    app.set_version_flag("--version", std::string("smspb-simmodem " SMSPB_VERSION));
+    app.footer("Example: smspb-simmodem --link /tmp/modem --fault '+CMGS=cms=500:1'");
+}
+
+int serve(const Options &options) {
+    auto log = std::make_shared<spdlog::logger>("simmodem",
+                                                std::make_shared<spdlog::sinks::stderr_sink_st>());
+    log->set_level(options.verbose ? spdlog::level::trace : spdlog::level::warn);
+    log->set_pattern("%H:%M:%S.%e smspb-simmodem: %v");
+    spdlog::set_default_logger(std::move(log));
+    Program program(options);
+    std::printf("ready: %s\n", options.link.c_str());
+    std::fflush(stdout);
+    program.run();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        CLI::App app("A simulated modem (3GPP TS 27.005, 27.007) on a pseudo-terminal.");
+        Options options;
+        addOptions(app, options);
+        CLI11_PARSE(app, argc, argv);
+        return serve(options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "smspb-simmodem: %s\n", error.what());
+        return 1;
+    }
+}

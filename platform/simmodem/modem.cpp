@@ -1,0 +1,18 @@
+#include "modem.h"
+
+namespace smspb::simmodem {
+
+Storage *Modem::findStorage(std::string_view name) {
+    for (Storage &candidate : storages) {
+        if (candidate.name() == name) { return &candidate; }
+    }
+    return nullptr;
+}
+
+void Modem::restart() {
+    settings = profile;
+    held.clear();
+    unsolicited.clear();
+}
+
+} // namespace smspb::simmodem

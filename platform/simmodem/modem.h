@@ -1,0 +1,101 @@
+// The state of the simulated modem. Command handlers work on it; it knows no terminal and no clock
+// but the system's.
+#pragma once
+
+#include "faults.h"
+#include "storage.h"
+
+#include <array>
+#include <deque>
+#include <map>
+#include <string>
+
+namespace smspb::simmodem {
+
+// +CMEE (TS 27.007, 9.1).
+enum class ErrorReports { off = 0, numeric = 1, text = 2 };
+
+// +CNMI (TS 27.005, 3.4.1).
+struct IndicationSettings {
+    unsigned mode = 2, mt = 0, bm = 0, ds = 0, bfr = 0;
+};
+
+// +CSCB (TS 27.005, 3.3.4).
+struct BroadcastSettings {
+    unsigned mode = 0;
+    std::string identifiers, codings;
+};
+
+// What AT&F sets back to these values and ATZ to the profile of AT&W.
+struct Settings {
+    bool echo = true;
+    bool quiet = false;
+    bool verbose = true;
+    std::map<unsigned, unsigned char> registers = {
+        { 0,    0},
+        { 3, '\r'},
+        { 4, '\n'},
+        { 5, '\b'},
+        { 6,    2},
+        { 7,   60},
+        { 8,    2},
+        {10,   14}
+    }; // V.250, S
+    ErrorReports errorReports = ErrorReports::off;
+    bool textMode = false;            // +CMGF
+    std::string charset = "IRA";      // +CSCS
+    unsigned registrationReports = 0; // +CREG
+    IndicationSettings indications;
+    BroadcastSettings broadcasts;
+
+    char terminator() const { return static_cast<char>(registers.at(3)); }
+    char lineFeed() const { return static_cast<char>(registers.at(4)); }
+    char eraser() const { return static_cast<char>(registers.at(5)); }
+};
+
+// The uses of a storage in the order of +CPMS: <mem1> read and delete, <mem2> write and send,
+// <mem3> receive.
+enum Use : std::size_t { USE_READ = 0, USE_WRITE = 1, USE_RECEIVE = 2, USE_COUNT = 3 };
+
+// What the network has for this modem.
+struct Incoming {
+    enum class Kind { message, report };
+    Kind kind;
+    Pdu pdu;
+    std::optional<Pdu> report; // follows when this message is received
+};
+
+struct ModemOptions {
+    std::string number = "+15550001000";
+    std::string serviceCentre = "+15550000099";
+    std::size_t meSize = 100, smSize = 50;
+};
+
+struct Modem {
+    explicit Modem(const ModemOptions &options)
+        : number(options.number),
+          serviceCentre(options.serviceCentre), storages{Storage("ME", options.meSize),
+                                                         Storage("SM", options.smSize)} {}
+
+    std::string number;
+    std::string serviceCentre; // empty for none
+    Settings settings, profile;
+    std::array<Storage, 2> storages;
+    std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in `storages`
+    std::uint8_t lastReference = 0;
+    std::deque<Incoming> pending; // from the network, waiting for room
+    std::deque<std::string> held; // unsolicited, kept back by +CNMI mode 0
+    std::deque<std::string>
+        unsolicited; // to go out as soon as no command runs; lines joined by "\n"
+    Faults faults;
+
+    Storage &storage(Use use) { return storages.at(selected.at(use)); }
+
+    // By the name of +CPMS; null for another.
+    Storage *findStorage(std::string_view name);
+
+    // As after power-on: what is stored stays, settings do not.
+    void restart();
+};
+
+} // namespace smspb::simmodem

@@ -1,0 +1,55 @@
+// What a command gives back, before it is put into the form that V.250 asks for.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace smspb::simmodem {
+
+struct Modem;
+struct Settings;
+
+struct Result {
+    // `badParameter` is what the command's own standard says to one: ERROR, +CMS or +CME ERROR.
+    enum class Kind { ok, error, noCarrier, cms, cme, badParameter };
+    Kind kind = Kind::ok;
+    unsigned code = 0; // of cms and cme
+};
+
+// TS 27.005, 3.2.5.
+enum : unsigned {
+    CMS_NOT_SUPPORTED = 303,
+    CMS_INVALID_PDU_PARAMETER = 304,
+    CMS_INVALID_TEXT_PARAMETER = 305,
+    CMS_INVALID_INDEX = 321,
+    CMS_MEMORY_FULL = 322,
+    CMS_SERVICE_CENTRE_UNKNOWN = 330,
+};
+
+// TS 27.007, 9.2.
+enum : unsigned {
+    CME_NOT_ALLOWED = 3,
+    CME_NOT_SUPPORTED = 4,
+    CME_INCORRECT_PARAMETERS = 50,
+};
+
+struct Reply {
+    // One information text, its lines separated by "\n"; empty for none.
+    std::string information;
+    Result result;
+    // When set the command wants data behind the "> " prompt; the reply is what this gives then.
+    std::function<Reply(Modem &, std::string_view data)> onData;
+};
+
+Reply done(std::string information = {});
+Reply refused(Result::Kind kind, unsigned code = 0);
+Reply badParameter();
+Reply cmsError(unsigned code);
+Reply cmeError(unsigned code);
+
+// V.250, 5.7.1: an information text and a result, verbose ("<CR><LF>text<CR><LF>") or short.
+std::string informationText(const Settings &settings, std::string_view information);
+std::string resultText(const Settings &settings, Result result);
+
+} // namespace smspb::simmodem

@@ -1,0 +1,62 @@
+// The pseudo-terminal and the symbolic link under which its other end is found.
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+
+#include <array>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace smspb::simmodem {
+
+// A pseudo-terminal in raw mode. Keeps its far end open itself, so that a daemon may close and
+// reopen it and finds what was not read yet.
+class Terminal : public std::enable_shared_from_this<Terminal> {
+public:
+    using Receive = std::function<void(std::string_view)>;
+
+    // Throws std::system_error when there is none to be had.
+    explicit Terminal(asio::io_context &io);
+
+    const std::string &name() const { return name_; } // of the far end, "/dev/pts/..."
+
+    // Gives `receive` what comes in, until close().
+    void start(Receive receive);
+
+    // Queues characters; they go out in order as the far end takes them.
+    void write(std::string_view characters);
+
+    // Hangs up: the far end reads the end of file. What is queued is lost.
+    void close();
+
+private:
+    void readSome();
+    void writeSome();
+
+    asio::posix::stream_descriptor near_;
+    asio::posix::stream_descriptor far_;
+    std::string name_;
+    Receive receive_;
+    std::array<char, 4096> in_{};
+    std::string queued_, sending_;
+};
+
+// A symbolic link that lives as long as the object.
+class TerminalLink {
+public:
+    // Replaces what an earlier run left: a link to a terminal, or to nothing. Throws
+    // std::runtime_error when something else has that name, or the link cannot be made.
+    TerminalLink(std::filesystem::path path, const std::string &target);
+    ~TerminalLink(); // leaves a link that points elsewhere by now
+    TerminalLink(const TerminalLink &) = delete;
+    TerminalLink &operator=(const TerminalLink &) = delete;
+
+private:
+    std::filesystem::path path_, target_;
+};
+
+} // namespace smspb::simmodem

@@ -1,0 +1,344 @@
+#include "tpdu.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+namespace smspb::simmodem {
+namespace {
+
+// clang-format off
+// TS 23.040, 9.2.3: first octet                     7 6 5 4 3 2 1 0
+constexpr unsigned
+    TP_MTI            = 0x03,  // message type       . . . . . . x x
+    MTI_DELIVER       = 0x00,
+    MTI_SUBMIT        = 0x01,
+    MTI_STATUS_REPORT = 0x02,
+    TP_MMS            = 0x04,  // 0 = more to follow . . . . . x . .  DELIVER, STATUS-REPORT
+    TP_VPF            = 0x18,  // validity format    . . . x x . . .  SUBMIT
+    TP_SRI            = 0x20,  // report asked for   . . x . . . . .  DELIVER
+    TP_SRR            = 0x20,  // report asked for   . . x . . . . .  SUBMIT
+    TP_UDHI           = 0x40,  // header present     . x . . . . . .
+    TP_RP             = 0x80;  // reply path         x . . . . . . .
+
+// TS 23.040, 9.1.2.5: type of address               7 6 5 4 3 2 1 0
+constexpr unsigned
+    TOA_ALWAYS        = 0x80,  //                    x . . . . . . .
+    TOA_TYPE          = 0x70,  // type of number     . x x x . . . .
+    TOA_INTERNATIONAL = 0x10,
+    TOA_ALPHANUMERIC  = 0x50,
+    TOA_TELEPHONE     = 0x01;  // numbering plan     . . . . x x x x
+// clang-format on
+
+constexpr std::uint8_t FILLER = 0x0F;
+constexpr std::size_t TIMESTAMP_OCTETS = 7;       // TS 23.040, 9.2.3.11
+constexpr std::size_t SERVICE_CENTRE_OCTETS = 11; // TS 24.011, 8.2.5.1: type and 20 digits
+constexpr std::uint8_t STATUS_RECEIVED = 0;       // TS 23.040, 9.2.3.15: received by the SME
+
+std::uint8_t low8(unsigned value) { return static_cast<std::uint8_t>(value & 0xFFU); }
+
+unsigned flag(bool set, unsigned mask) { return set ? mask : 0U; }
+
+// Takes fields off the front. One that is not there reads as empty or 0 and is remembered, so one
+// question after the last field answers for all of them.
+class OctetReader {
+public:
+    explicit OctetReader(OctetView octets) : rest_(octets) {}
+
+    OctetView octets(std::size_t count) {
+        if (count > rest_.size()) {
+            short_ = true;
+            count = rest_.size();
+        }
+        const OctetView taken = rest_.first(count);
+        rest_ = rest_.subspan(count);
+        return taken;
+    }
+
+    std::uint8_t octet() {
+        const OctetView taken = octets(1);
+        return taken.empty() ? std::uint8_t{0} : taken.front();
+    }
+
+    // The length octet counts digits, two to an octet, behind the type.
+    OctetView address() {
+        const OctetView all = rest_;
+        const std::size_t digits = octet();
+        if (digits > NUMBER_DIGITS_MAX) { short_ = true; }
+        const std::size_t size = 1 + octets(1 + (digits + 1) / 2).size();
+        return all.first(std::min(size, all.size()));
+    }
+
+    bool whole() const { return !short_; }
+    bool wholeAndUsedUp() const { return !short_ && rest_.empty(); }
+
+private:
+    OctetView rest_;
+    bool short_ = false;
+};
+
+Octets copyOf(OctetView octets) { return {octets.begin(), octets.end()}; }
+
+void append(Octets &octets, OctetView more) {
+    octets.insert(octets.end(), more.begin(), more.end());
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') { return c - '0'; }
+    if (c >= 'A' && c <= 'F') { return c - 'A' + 10; }
+    if (c >= 'a' && c <= 'f') { return c - 'a' + 10; }
+    return -1;
+}
+
+std::optional<Octets> octetsFromHex(std::string_view text) {
+    Octets octets;
+    unsigned high = 0;
+    bool half = false;
+    for (const char c : text) {
+        if (c == '\r' || c == '\n' || c == ' ') { continue; }
+        const int digit = hexDigit(c);
+        if (digit < 0) { return std::nullopt; }
+        if (half) { octets.push_back(low8(high << 4 | static_cast<unsigned>(digit))); }
+        high = static_cast<unsigned>(digit);
+        half = !half;
+    }
+    if (half) { return std::nullopt; }
+    return octets;
+}
+
+void appendHex(std::string &text, OctetView octets) {
+    static constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    for (const std::uint8_t octet : octets) {
+        text += DIGITS[octet >> 4];
+        text += DIGITS[octet & 0x0F];
+    }
+}
+
+// TS 23.040, 9.1.2.3: the first digit in the low half.
+Octets semiOctets(std::string_view digits) {
+    Octets octets;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        const unsigned first = static_cast<unsigned>(digits[i] - '0');
+        const unsigned second =
+            i + 1 < digits.size() ? static_cast<unsigned>(digits[i + 1] - '0') : FILLER;
+        octets.push_back(low8(second << 4 | first));
+    }
+    return octets;
+}
+
+std::string_view digitsOf(std::string_view number) {
+    return number.starts_with('+') ? number.substr(1) : number;
+}
+
+std::uint8_t typeOfAddress(std::string_view number) {
+    return low8(TOA_ALWAYS | flag(number.starts_with('+'), TOA_INTERNATIONAL) | TOA_TELEPHONE);
+}
+
+// TS 23.038, 4: whether TP-UDL counts septets.
+bool countsSeptets(std::uint8_t dcs) {
+    const unsigned alphabet = (dcs >> 2) & 3U; // 1 octets, 2 UCS-2; 3 is reserved, read as 0
+    switch (dcs >> 4) {
+    case 0x0:
+    case 0x1:
+    case 0x4:
+    case 0x5: return alphabet != 1 && alphabet != 2;
+    case 0x2:
+    case 0x3:
+    case 0x6:
+    case 0x7: return false; // compressed
+    case 0xE: return false; // message waiting, UCS-2
+    case 0xF: return (dcs & 0x04U) == 0;
+    default: return true;
+    }
+}
+
+std::size_t userDataOctets(std::uint8_t dcs, std::uint8_t length) {
+    return countsSeptets(dcs) ? (std::size_t{length} * 7 + 7) / 8 : length;
+}
+
+bool isUserData(OctetView userData, bool headerPresent) {
+    if (userData.size() > USER_DATA_OCTETS_MAX) { return false; }
+    return !headerPresent || (!userData.empty() && userData.front() < userData.size());
+}
+
+// TS 23.040, 9.2.3.3: octets of TP-VP.
+std::size_t validityOctets(std::uint8_t firstOctet) {
+    static constexpr std::array<std::size_t, 4> OCTETS = {0, 7, 1,
+                                                          7}; // none enhanced relative absolute
+    return OCTETS.at((firstOctet & TP_VPF) >> 3);
+}
+
+std::uint8_t swappedBcd(int value) {
+    return low8(static_cast<unsigned>(value % 10) << 4 | static_cast<unsigned>(value / 10 % 10));
+}
+
+// TS 23.040, 9.2.3.11: local time and its distance from GMT in quarter hours, the sign in bit 3.
+Octets timestamp(std::time_t time) {
+    static constexpr unsigned NEGATIVE = 0x08;
+    static constexpr long QUARTER_HOUR = 15L * 60;
+    std::tm local{};
+    ::localtime_r(&time, &local);
+    const long quarters = local.tm_gmtoff / QUARTER_HOUR;
+    const std::uint8_t zone = swappedBcd(static_cast<int>(quarters < 0 ? -quarters : quarters));
+    return {swappedBcd(local.tm_year % 100),
+            swappedBcd(local.tm_mon + 1),
+            swappedBcd(local.tm_mday),
+            swappedBcd(local.tm_hour),
+            swappedBcd(local.tm_min),
+            swappedBcd(local.tm_sec),
+            low8(zone | flag(quarters < 0, NEGATIVE))};
+}
+
+// TS 23.040, 9.2.2.1.
+bool isDeliver(OctetView tpdu) {
+    OctetReader in(tpdu);
+    const std::uint8_t first = in.octet();
+    in.address();
+    in.octet(); // TP-PID
+    const std::uint8_t dcs = in.octet();
+    in.octets(TIMESTAMP_OCTETS);
+    const std::uint8_t length = in.octet();
+    const OctetView userData = in.octets(userDataOctets(dcs, length));
+    return in.wholeAndUsedUp() && (first & TP_MTI) == MTI_DELIVER &&
+           isUserData(userData, (first & TP_UDHI) != 0);
+}
+
+// TS 23.040, 9.2.2.3. What TP-PI announces behind TP-ST is not looked into.
+bool isStatusReport(OctetView tpdu) {
+    OctetReader in(tpdu);
+    const std::uint8_t first = in.octet();
+    in.octet(); // TP-MR
+    in.address();
+    in.octets(TIMESTAMP_OCTETS); // TP-SCTS
+    in.octets(TIMESTAMP_OCTETS); // TP-DT
+    in.octet();                  // TP-ST
+    return in.whole() && (first & TP_MTI) == MTI_STATUS_REPORT;
+}
+
+} // namespace
+
+std::string Pdu::text() const {
+    std::string text;
+    appendHex(text, serviceCentre);
+    appendHex(text, tpdu);
+    return text;
+}
+
+std::optional<Pdu> pduFromText(std::string_view text, std::size_t tpduLength) {
+    const std::optional<Octets> octets = octetsFromHex(text);
+    if (!octets) { return std::nullopt; }
+    OctetReader in(*octets);
+    const std::size_t serviceCentreLength = in.octet();
+    in.octets(serviceCentreLength);
+    const OctetView tpdu = in.octets(tpduLength);
+    if (!in.wholeAndUsedUp() || serviceCentreLength > SERVICE_CENTRE_OCTETS) {
+        return std::nullopt;
+    }
+    return Pdu{copyOf(OctetView(*octets).first(1 + serviceCentreLength)), copyOf(tpdu)};
+}
+
+std::optional<Submit> submitFromTpdu(OctetView tpdu) {
+    OctetReader in(tpdu);
+    Submit submit;
+    const std::uint8_t first = in.octet();
+    submit.replyPath = (first & TP_RP) != 0;
+    submit.headerPresent = (first & TP_UDHI) != 0;
+    submit.reportRequested = (first & TP_SRR) != 0;
+    in.octet(); // TP-MR: the modem numbers what it sends itself
+    submit.destination = copyOf(in.address());
+    submit.pid = in.octet();
+    submit.dcs = in.octet();
+    in.octets(validityOctets(first));
+    submit.userDataLength = in.octet();
+    submit.userData = copyOf(in.octets(userDataOctets(submit.dcs, submit.userDataLength)));
+    if (!in.wholeAndUsedUp() || (first & TP_MTI) != MTI_SUBMIT ||
+        !isUserData(submit.userData, submit.headerPresent)) {
+        return std::nullopt;
+    }
+    return submit;
+}
+
+bool isTpdu(TpduType type, OctetView tpdu) {
+    switch (type) {
+    case TpduType::deliver: return isDeliver(tpdu);
+    case TpduType::submit: return submitFromTpdu(tpdu).has_value();
+    case TpduType::statusReport: return isStatusReport(tpdu);
+    }
+    return false;
+}
+
+Octets deliverTpdu(const Submit &submit, OctetView originator, std::time_t time) {
+    Octets tpdu{low8(MTI_DELIVER | TP_MMS | flag(submit.reportRequested, TP_SRI) |
+                     flag(submit.headerPresent, TP_UDHI) | flag(submit.replyPath, TP_RP))};
+    append(tpdu, originator);
+    tpdu.push_back(submit.pid);
+    tpdu.push_back(submit.dcs);
+    append(tpdu, timestamp(time));
+    tpdu.push_back(submit.userDataLength);
+    append(tpdu, submit.userData);
+    return tpdu;
+}
+
+Octets statusReportTpdu(const Submit &submit, std::uint8_t reference, std::time_t time) {
+    Octets tpdu{low8(MTI_STATUS_REPORT | TP_MMS), reference};
+    append(tpdu, submit.destination);
+    append(tpdu, timestamp(time)); // TP-SCTS
+    append(tpdu, timestamp(time)); // TP-DT
+    tpdu.push_back(STATUS_RECEIVED);
+    return tpdu;
+}
+
+Octets addressField(std::string_view number) {
+    const std::string_view digits = digitsOf(number);
+    Octets field{low8(static_cast<unsigned>(digits.size())), typeOfAddress(number)};
+    append(field, semiOctets(digits));
+    return field;
+}
+
+std::string addressDigits(OctetView field) {
+    OctetReader in(field);
+    const std::size_t count = in.octet();
+    if ((in.octet() & TOA_TYPE) == TOA_ALPHANUMERIC) { return {}; }
+    static constexpr std::string_view DIGITS = "0123456789*#abc";
+    std::string digits;
+    for (const std::uint8_t octet : in.octets((count + 1) / 2)) {
+        for (const unsigned value : {octet & 0x0FU, octet >> 4 & 0x0FU}) {
+            if (value != FILLER) { digits += DIGITS[value]; }
+        }
+    }
+    return digits;
+}
+
+Octets serviceCentreField(std::string_view number) {
+    const std::string_view digits = digitsOf(number);
+    if (digits.empty()) { return {0}; }
+    const Octets packed = semiOctets(digits);
+    Octets field{low8(static_cast<unsigned>(1 + packed.size())), typeOfAddress(number)};
+    append(field, packed);
+    return field;
+}
+
+bool isNumber(std::string_view text) {
+    const std::string_view digits = digitsOf(text);
+    return !digits.empty() && digits.size() <= NUMBER_DIGITS_MAX &&
+           std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+std::optional<int> messageClass(std::uint8_t dcs) {
+    static constexpr unsigned CLASS_PRESENT = 0x10; // groups 00xx and 01xx
+    const bool general = dcs < 0x80;
+    if ((general && (dcs & CLASS_PRESENT) != 0) || dcs >> 4 == 0xF) { return dcs & 3; }
+    return std::nullopt;
+}
+
+bool isStoredIndication(std::uint8_t dcs) { return dcs >> 4 == 0xD || dcs >> 4 == 0xE; }
+
+std::uint8_t deliverCoding(OctetView tpdu) {
+    OctetReader in(tpdu);
+    in.octet();
+    in.address();
+    in.octet(); // TP-PID
+    return in.octet();
+}
+
+} // namespace smspb::simmodem

@@ -186,7 +186,7 @@ static bool putTimestamp(const SmsTimestamp *timestamp, u8 *out, TimestampRefusa
         }
         out[i] = swapNibbles(field);
     }
-    const int timezone = timestamp->timezone;
+    const int timezone = timestamp->timezone; // NOLINT(bugprone-signed-char-misuse): a signed count
     if (timezone < -TIMEZONE_MAX || timezone > TIMEZONE_MAX) {
         *refusal = {"Timezone is out of bound: %d timezone:0x%02x\n\n", timezone,
                     low8(static_cast<u32>(timezone))};
@@ -559,27 +559,32 @@ static u32 readConcat16(OctetReader in, SmsUdhIe *element) {
     return length + 1;
 }
 
+// Moves behind one element. `taken` is the size of the element before it, then its own: the octets
+// behind the identifier. False: the header is refused.
+static bool takeElement(OctetReader *in, u32 *taken, SmsUdhIe *element) {
+    const u32 id = peekOctet(in);
+    // KEPT: an unknown element takes the size of the one before it; callers rely on it.
+    if (id == UDH_CONCAT_8 || id == UDH_CONCAT_16) {
+        in->pos++;
+        *taken = id == UDH_CONCAT_8 ? readConcat8(*in, element) : readConcat16(*in, element);
+    }
+    in->pos += *taken;
+    return in->pos < HEADER_POSITION_LIMIT;
+}
+
 static u8 decodeHeader(const OctetReader *header, u8 *count, SmsUdhIe *elements) {
     const u32 headerLength = octetAt(header, 0);
     if (headerLength == 0) { return 0; }
     OctetReader in = *header;
     in.pos = 1;
-    u32 taken = 0; // octets of the element before, its identifier not counted
+    u32 taken = 0;
     u32 n = 0;
     for (; in.pos < headerLength && n < SMS_MAX_UDH_IES; n++) {
-        const u32 id = peekOctet(&in);
-        // KEPT: an unknown element takes the size of the one before it; callers rely on it.
-        if (id == UDH_CONCAT_8 || id == UDH_CONCAT_16) {
-            in.pos++;
-            taken =
-                id == UDH_CONCAT_8 ? readConcat8(in, &elements[n]) : readConcat16(in, &elements[n]);
-        }
-        if (in.pos + taken >= HEADER_POSITION_LIMIT) { return 0; }
+        if (!takeElement(&in, &taken, &elements[n])) { return 0; }
         if (taken == 0) {
             *count = 0;
             return 0;
         }
-        in.pos += taken;
     }
     if (n < SMS_MAX_UDH_IES && in.pos != headerLength + 1) { return 0; }
     if (n != 0) { *count = low8(n); }

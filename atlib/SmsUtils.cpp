@@ -468,7 +468,7 @@ static u32 narrow(const u16 *text, u32 limit, char *out) {
 }
 
 u8 sms_WStrNumberToWmsAddress(const u16 *number, SmsAddress *address) {
-    char text[256];
+    char text[256] = {0};
     narrow(number, low8(sms_wstrlen(number)), text);
     return wms_number_to_address(text, address);
 }
@@ -507,8 +507,9 @@ u32 sms_strtowstr(const char *text, u16 *out) {
     if (text == nullptr) { return 0; }
     u32 length = 0;
     for (; text[length] != '\0'; length++) {
+        const u16 octet = static_cast<u8>(text[length]);
         // KEPT: widened with its sign, 0x80 becomes 0xFF80; callers rely on it.
-        out[length] = static_cast<u16>(static_cast<signed char>(text[length]));
+        out[length] = octet < 0x80 ? octet : static_cast<u16>(octet | 0xFF00);
     }
     out[length] = 0;
     return length;

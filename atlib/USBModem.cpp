@@ -145,6 +145,7 @@ u32 ExecAT(const char *cmd, u32 cmd_len, char **reply_out, u32 wait_ms, int coun
     putWord(request.record, AT_WAIT, wait_ms);
     putWord(request.record, AT_MARKER_COUNT, sent);
     for (u32 i = 0; i < sent; i++) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started the list
         const char *marker = va_arg(markers, const char *);
         char *slot = reinterpret_cast<char *>(request.record) + AT_MARKERS + i * AT_MARKER_SIZE;
         snprintf(slot, AT_MARKER_SIZE, "%s", marker);

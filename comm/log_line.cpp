@@ -33,8 +33,10 @@ __attribute__((format(printf, 5, 0))) static void writeLine(int log, const char 
     if (message >= LINE_ROOM - prefix) {
         dprintf(log, "[%s:%s:%d]", source, function, line);
         vdprintf(log, format, again);
-    } else if (message >= 0 && write(log, text, static_cast<size_t>(prefix + message)) < 0) {
-        // A line that cannot be written is dropped.
+    } else if (message >= 0) {
+        const size_t length = static_cast<size_t>(prefix) + static_cast<size_t>(message);
+        const ssize_t written = write(log, text, length);
+        (void)written; // a line that cannot be written is dropped
     }
     va_end(again);
 }

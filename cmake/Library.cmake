@@ -11,6 +11,7 @@ target_include_directories(smspb_objects PUBLIC "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(smspb_objects PRIVATE _FILE_OFFSET_BITS=64)
 target_compile_options(smspb_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-unwind-tables
+  $<$<CXX_COMPILER_ID:GNU>:-fstack-usage>
   -fno-asynchronous-unwind-tables -fvisibility=hidden -ffunction-sections -fdata-sections)
 target_link_libraries(smspb_objects PRIVATE smspb_warnings)
 if(SMSPB_COVERAGE)

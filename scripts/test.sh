@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything and runs all tests: on this machine, on this machine
+# with AddressSanitizer and UndefinedBehaviorSanitizer, and the library's as 32-bit big-endian MIPS
+# under qemu-user. Then the library's line coverage and its size on MIPS.
+set -euo pipefail
+# shellcheck source=scripts/common.sh
+. "$(dirname "$0")/common.sh"
+
+need_packages "${BUILD_PACKAGES[@]}" "${MIPS_PACKAGES[@]}" "${CHECK_PACKAGES[@]}"
+
+failed=0
+for preset in host asan mips coverage; do
+    say "$preset: build"
+    build "$preset"
+    say "$preset: test"
+    find "build/$preset" -name '*_tests.json' -delete
+    ctest --preset "$preset" || failed=1
+done
+
+say "line coverage of the library"
+gcovr --root . --object-directory build/coverage --filter 'comm/' --filter 'atlib/' \
+    --exclude-unreachable-branches --fail-under-line 95 build/coverage || failed=1
+
+scripts/size.sh || failed=1
+
+say "tests"
+python3 scripts/count_tests.py host asan mips || failed=1
+exit "$failed"

@@ -86,8 +86,9 @@ std::unique_ptr<Mailbox> Mailbox::exclusive(const std::string &name, const std::
     return mailbox;
 }
 
-// A name that notifications are sent to leads to a socket that listens from the first moment on:
-// else its notifier would take it for a dead subscriber's and remove it.
+// A name that notifications are sent to must lead to a socket that listens from its first moment
+// on: else its notifier would take it for a dead subscriber's and remove it. So it is a second
+// name.
 std::unique_ptr<Mailbox> Mailbox::shared(const std::vector<std::string> &prefixes,
                                          Welcome welcome) {
     const fs::path directory = runtimeDirectory();
@@ -96,6 +97,7 @@ std::unique_ptr<Mailbox> Mailbox::shared(const std::vector<std::string> &prefixe
     const std::lock_guard lock(processMutex());
     mailbox->listenAt(directory / ("subscriber-" + suffix));
     for (const std::string &prefix : prefixes) { mailbox->alsoAt(directory / (prefix + suffix)); }
+    mailbox->forgetFirstName();
     enroll(mailbox.get());
     return mailbox;
 }
@@ -134,6 +136,11 @@ void Mailbox::alsoAt(const fs::path &path) {
     addressOf(path);
     fs::create_hard_link(names_.front(), path);
     names_.push_back(path);
+}
+
+void Mailbox::forgetFirstName() {
+    unlink(names_.front().c_str());
+    names_.erase(names_.begin());
 }
 
 std::optional<Block> Mailbox::receive(std::chrono::milliseconds wait) {

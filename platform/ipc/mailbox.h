@@ -50,6 +50,7 @@ private:
 
     void listenAt(const std::filesystem::path &path);
     void alsoAt(const std::filesystem::path &path);
+    void forgetFirstName();
     std::optional<Block> take();
     bool acceptNext();
     Sender acceptSender();

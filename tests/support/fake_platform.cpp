@@ -170,11 +170,11 @@ void answerRequests(std::function<Answer(const Sent &)> answer) {
     platform().answer = std::move(answer);
 }
 
-std::vector<Call> calls() { return platform().calls; }
-std::vector<Assigned> assigned() { return platform().assigned; }
-std::vector<Resolved> resolved() { return platform().resolved; }
-std::vector<Sent> sent() { return platform().sent; }
-std::vector<Freed> freed() { return platform().freed; }
+const std::vector<Call> &calls() { return platform().calls; }
+const std::vector<Assigned> &assigned() { return platform().assigned; }
+const std::vector<Resolved> &resolved() { return platform().resolved; }
+const std::vector<Sent> &sent() { return platform().sent; }
+const std::vector<Freed> &freed() { return platform().freed; }
 
 std::size_t liveIpcBlocks() {
     const Lock lock(platform().guard);

@@ -68,11 +68,11 @@ void failCall(Call which, u32 nth, u32 result = 77);
 void answerRequests(std::function<Answer(const Sent &)> answer);
 
 // What was called, in order.
-std::vector<Call> calls();
-std::vector<Assigned> assigned();
-std::vector<Resolved> resolved();
-std::vector<Sent> sent();
-std::vector<Freed> freed();
+const std::vector<Call> &calls();
+const std::vector<Assigned> &assigned();
+const std::vector<Resolved> &resolved();
+const std::vector<Sent> &sent();
+const std::vector<Freed> &freed();
 
 // Blocks assigned and neither freed nor queued.
 std::size_t liveIpcBlocks();

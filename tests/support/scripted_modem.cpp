@@ -106,7 +106,7 @@ Exchange::Exchange(Ask record, std::string expected, Reply answer)
 
 std::vector<std::string> fourMarkers() { return {"OK", "ERROR", "+CMS ERROR:", "+CME ERROR:"}; }
 
-ScriptedModem::ScriptedModem(std::vector<Exchange> script) : script_(std::move(script)) {
+ScriptedModem::ScriptedModem(Script script) : script_(std::move(script.steps)) {
     answerRequests([this](const Sent &sent) {
         const Request request = understand(sent);
         const Reply reply = replyTo(request);

@@ -9,7 +9,9 @@
 #ifndef SMSPB_TESTS_SCRIPTED_MODEM_H
 #define SMSPB_TESTS_SCRIPTED_MODEM_H
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "comm/smspb_types.h"
@@ -42,6 +44,14 @@ struct Exchange {
     Reply reply;
 };
 
+struct Script {
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Script(std::initializer_list<Exchange> list) : steps(list) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Script(std::vector<Exchange> list) : steps(std::move(list)) {}
+    std::vector<Exchange> steps;
+};
+
 // One request as the manager understands it.
 struct Request {
     Ask ask = Ask::At;
@@ -57,7 +67,7 @@ std::vector<std::string> fourMarkers(); // OK, ERROR, +CMS ERROR:, +CME ERROR:
 
 class ScriptedModem {
 public:
-    explicit ScriptedModem(std::vector<Exchange> script);
+    explicit ScriptedModem(Script script);
     ~ScriptedModem(); // the rest of the script is reported as missing
     ScriptedModem(const ScriptedModem &) = delete;
     ScriptedModem &operator=(const ScriptedModem &) = delete;

@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string>
-#include <system_error>
 
 #include "platform/ipc/descriptor.h"
+#include "platform/ipc/failure.h"
 #include "platform/ipc/ipc_server.h"
 
 namespace smspb::ipc {
@@ -22,14 +22,10 @@ namespace fs = std::filesystem;
 
 constexpr mode_t OWNER_ONLY = 0700;
 
-[[noreturn]] void fail(int error, const std::string &what) {
-    throw std::system_error(error, std::generic_category(), what);
-}
-
 fs::path absoluteFrom(const char *variable, const char *value) {
     const fs::path path = fs::path(value).lexically_normal();
     if (!path.is_absolute()) {
-        fail(EINVAL, std::string(variable) + "=" + value + " is not an absolute path");
+        refuse(EINVAL, std::string(variable) + "=" + value + " is not an absolute path");
     }
     // A trailing slash would make lstat() look behind a link.
     return path.has_filename() ? path : path.parent_path();
@@ -43,20 +39,18 @@ fs::path chosenDirectory() {
     if (const char *user = secure_getenv("XDG_RUNTIME_DIR"); user != nullptr && *user != '\0') {
         return absoluteFrom("XDG_RUNTIME_DIR", user) / "smspb";
     }
-    fail(ENOENT, "no runtime directory: set SMSPB_RUNTIME_DIR or XDG_RUNTIME_DIR");
+    refuse(ENOENT, "no runtime directory: set SMSPB_RUNTIME_DIR or XDG_RUNTIME_DIR");
 }
 
-void checkDirectory(const fs::path &directory) {
+void checkDirectory(const fs::path &directory, const struct stat &status) {
     const std::string name = "runtime directory " + directory.string();
-    struct stat status {};
-    if (lstat(directory.c_str(), &status) != 0) { fail(errno, name); }
-    if (S_ISLNK(status.st_mode)) { fail(ELOOP, name + " is a symbolic link"); }
-    if (!S_ISDIR(status.st_mode)) { fail(ENOTDIR, name); }
+    if (S_ISLNK(status.st_mode)) { refuse(ELOOP, name + " is a symbolic link"); }
+    if (!S_ISDIR(status.st_mode)) { refuse(ENOTDIR, name + " is not a directory"); }
     if (status.st_uid != geteuid()) {
-        fail(EPERM, name + " belongs to user " + std::to_string(status.st_uid) + ", not to us");
+        refuse(EPERM, name + " belongs to user " + std::to_string(status.st_uid) + ", not to us");
     }
-    if ((status.st_mode & 07777) != OWNER_ONLY) {
-        fail(EPERM, name + " is open to others: chmod 700 it");
+    if ((status.st_mode & 0777) != OWNER_ONLY) {
+        refuse(EPERM, name + " must be open to its owner only: chmod 700 it");
     }
 }
 
@@ -75,10 +69,14 @@ u32 takeNumber(int file) {
 
 fs::path runtimeDirectory() {
     fs::path directory = chosenDirectory();
-    if (mkdir(directory.c_str(), OWNER_ONLY) != 0 && errno != EEXIST) {
-        fail(errno, "cannot create the runtime directory " + directory.string());
+    struct stat status {};
+    if (lstat(directory.c_str(), &status) != 0) {
+        const bool isThere = mkdir(directory.c_str(), OWNER_ONLY) == 0 || errno == EEXIST;
+        if (!isThere || lstat(directory.c_str(), &status) != 0) {
+            fail(errno, "cannot create the runtime directory " + directory.string());
+        }
     }
-    checkDirectory(directory);
+    checkDirectory(directory, status);
     return directory;
 }
 

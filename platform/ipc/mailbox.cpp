@@ -10,9 +10,9 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
-#include <system_error>
 
 #include "platform/ipc/directory.h"
+#include "platform/ipc/failure.h"
 #include "platform/ipc/waiting.h"
 
 namespace smspb::ipc {
@@ -23,18 +23,17 @@ namespace fs = std::filesystem;
 
 // Of peers that connect and say nothing, the oldest is dropped beyond this many.
 constexpr size_t SILENT_SENDERS_MAX = 64;
+// How long a peer that was accepted on the spare descriptor has for its message: that one cannot be
+// left for later.
+constexpr std::chrono::milliseconds SPARE_WAIT{250};
 constexpr mode_t OWNER_ONLY = 0600;
-
-[[noreturn]] void fail(int error, const std::string &what) {
-    throw std::system_error(error, std::generic_category(), what);
-}
 
 Address addressOf(const fs::path &path) {
     Address address{};
     if (makeAddress(path, &address) != 0) {
-        fail(ENAMETOOLONG, "socket path " + path.string() + " is longer than " +
-                               std::to_string(sizeof(address.name.sun_path) - 1) +
-                               " characters: choose a shorter SMSPB_RUNTIME_DIR");
+        refuse(ENAMETOOLONG, "socket path " + path.string() + " is longer than " +
+                                 std::to_string(sizeof(address.name.sun_path) - 1) +
+                                 " characters: choose a shorter SMSPB_RUNTIME_DIR");
     }
     return address;
 }
@@ -51,7 +50,7 @@ Descriptor lockName(const fs::path &path, const std::string &what) {
     if (!file.isOpen()) { fail(errno, path.string()); }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) { fail(errno, path.string()); }
-        fail(EADDRINUSE, what + " is already served by " + holderOf(file.get()));
+        refuse(EADDRINUSE, what + " is already served by " + holderOf(file.get()));
     }
     const std::string pid = std::to_string(getpid());
     if (ftruncate(file.get(), 0) != 0 ||
@@ -184,7 +183,7 @@ bool Mailbox::acceptNext() {
     Sender sender = acceptSender();
     const int fd = sender.connection.get();
     if (fd < 0) { return errno == EINTR || errno == ECONNABORTED; }
-    const bool staysSilent = sender.usesSpare && !isReadable(fd);
+    const bool staysSilent = sender.usesSpare && !waitReadable(fd, deadlineAfter(SPARE_WAIT));
     if (!isTrustedPeer(fd) || staysSilent || !watch(poller_.get(), fd)) { return true; }
     if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
     silent_.push_back(std::move(sender));

@@ -14,7 +14,7 @@ namespace smspb::ipc {
 
 class Mailbox;
 
-// Guards everything below and each mailbox's state. Held for moments only, never while waiting.
+// Guards everything below and each mailbox's state. Held for moments only.
 std::mutex &processMutex();
 
 // For these three the caller holds the mutex. Between the first two a forked child lets go of the

@@ -1,0 +1,333 @@
+// State machine of the dialogue with the modem. Every wait is a timer, every step a function.
+#include "platform/modemd/at_engine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <asio/post.hpp>
+#include <spdlog/spdlog.h>
+
+namespace smspb::modemd {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds REOPEN_INTERVAL{500};
+constexpr milliseconds PROBE_WAIT{1000}; // twice, then the modem counts as silent
+// How long a second final result may take behind the first late one.
+constexpr milliseconds SETTLE_AFTER_OPEN{100};
+constexpr milliseconds SETTLE_AFTER_TIMEOUT{250};
+
+constexpr std::string_view PROBE = "ATE0\r"; // V.250, 6.2.4: no echo from here on
+constexpr std::string_view ESCAPE = "\x1b";  // TS 27.005, 3.5.1: ends a message unsent
+
+// Octets for the log.
+std::string printable(std::string_view octets) {
+    std::string text;
+    for (const char c : octets) {
+        const auto octet = static_cast<unsigned char>(c);
+        if (c == '\r') {
+            text += "\\r";
+        } else if (c == '\n') {
+            text += "\\n";
+        } else if (octet < 0x20 || octet >= 0x7f) {
+            text += fmt::format("\\x{:02x}", octet);
+        } else {
+            text += c;
+        }
+    }
+    return text;
+}
+
+void traceTraffic(const char *direction, std::string_view octets) {
+    if (spdlog::should_log(spdlog::level::debug)) {
+        spdlog::debug("{} {}", direction, printable(octets));
+    }
+}
+
+bool isPlainText(std::string_view line) {
+    return std::all_of(line.begin(), line.end(),
+                       [](char c) { return (c >= ' ' && c <= '~') || c == '\t'; });
+}
+
+} // namespace
+
+AtEngine::AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport)
+    : loop_(loop), tty_(loop, std::move(path), baud,
+                        {[this](std::string_view octets) { onOctets(octets); },
+                         [this](const std::string &why) { onLost(why); }}),
+      onReport_(std::move(onReport)), timer_(loop), reopen_(loop) {}
+
+void AtEngine::start() {
+    try {
+        openOnce();
+    } catch (const NotATty &) { throw; } catch (const std::runtime_error &error) {
+        onTrouble(error.what());
+    }
+}
+
+void AtEngine::run(Command command, OnReply onReply) {
+    exchange_ = Exchange{std::move(command), std::move(onReply)};
+    if (state_ == State::CLOSED && (stopped_ || !open())) {
+        finish(Ending::NO_MODEM);
+    } else if (state_ == State::READY) {
+        begin();
+    } else if (state_ == State::OUT_OF_STEP) {
+        synchronise(true, SETTLE_AFTER_TIMEOUT);
+    } else {
+        probedTwice_ = false; // one whole attempt for this command
+    }
+}
+
+void AtEngine::stop() {
+    stopped_ = true;
+    // A modem left at its prompt would take the next command for text.
+    if (owed_ > 0) { tty_.writeNow(ESCAPE); }
+    tty_.close();
+    state_ = State::CLOSED;
+    disarm();
+    reopen_.cancel();
+    if (exchange_) { finish(Ending::NO_MODEM); }
+}
+
+bool AtEngine::open() {
+    try {
+        openOnce();
+        return true;
+    } catch (const std::runtime_error &error) {
+        onTrouble(error.what());
+        return false;
+    }
+}
+
+void AtEngine::openOnce() {
+    reopen_.cancel();
+    tty_.open();
+    trouble_.clear();
+    spdlog::info("{} is open", tty_.path());
+    lines_ = {};
+    reports_ = {};
+    reply_ = {};
+    owed_ = 1; // whoever had the tty before may have left before an answer came
+    synchronise(false, SETTLE_AFTER_OPEN);
+}
+
+// Logged when it is news, not at every attempt.
+void AtEngine::onTrouble(const std::string &trouble) {
+    if (trouble_ != trouble) {
+        spdlog::error("{}; trying again every {} ms", trouble, REOPEN_INTERVAL.count());
+    }
+    trouble_ = trouble;
+    retryLater();
+}
+
+void AtEngine::onLost(const std::string &why) {
+    spdlog::error("{} is lost: {}", tty_.path(), why);
+    disarm();
+    dropReport();
+    state_ = State::CLOSED;
+    if (exchange_) { finish(Ending::NO_MODEM); }
+    retryLater();
+}
+
+void AtEngine::retryLater() {
+    reopen_.expires_after(REOPEN_INTERVAL);
+    reopen_.async_wait([this](asio::error_code error) {
+        if (!error && !stopped_ && state_ == State::CLOSED) { open(); }
+    });
+}
+
+void AtEngine::synchronise(bool escape, milliseconds settle) {
+    state_ = State::SYNCHRONISING;
+    probedTwice_ = false;
+    settle_ = settle;
+    dropReport();
+    probe(escape);
+}
+
+void AtEngine::probe(bool escape) {
+    owed_++;
+    if (escape) { send(ESCAPE); }
+    send(PROBE);
+    arm(PROBE_WAIT, &AtEngine::onProbeTimeout);
+}
+
+void AtEngine::onProbeTimeout() {
+    if (tty_.isWriting()) {
+        tty_.close();
+        onLost("it takes no octets");
+        return;
+    }
+    if (!probedTwice_) {
+        probedTwice_ = true;
+        probe(true);
+        return;
+    }
+    spdlog::error("the modem on {} does not answer", tty_.path());
+    state_ = State::OUT_OF_STEP;
+    if (exchange_) { finish(Ending::SILENCE); }
+}
+
+void AtEngine::onSettled() {
+    disarm();
+    spdlog::debug("in step with the modem");
+    owed_ = 0;
+    state_ = State::READY;
+    if (exchange_) { begin(); }
+}
+
+void AtEngine::begin() {
+    state_ = State::RUNNING;
+    owed_ = 1;
+    lineIsOlder_ = lines_.inLine();
+    reply_ = ReplyCollector(exchange_->command.text, exchange_->command.markers);
+    send(exchange_->command.text);
+    arm(exchange_->command.wait, &AtEngine::onReplyTimeout);
+}
+
+void AtEngine::onReplyTimeout() {
+    if (tty_.isWriting()) {
+        tty_.close();
+        onLost("it takes no octets");
+        return;
+    }
+    finish(Ending::SILENCE);
+}
+
+// The caller hears of it from the event loop, when the octets that came with the end are through.
+void AtEngine::finish(Ending ending) {
+    const bool wasRunning = state_ == State::RUNNING;
+    Reply reply{ending, wasRunning ? reply_.text() : std::string()};
+    asio::post(loop_, [onReply = std::move(exchange_->onReply), reply = std::move(reply)] {
+        onReply(reply);
+    });
+    const Command command = std::move(exchange_->command);
+    exchange_.reset();
+    if (!wasRunning) { return; }
+    const bool atWantedPrompt = ending == Ending::PROMPT && command.wantsPrompt;
+    const bool mayBeAtPrompt =
+        ending == Ending::PROMPT || command.wantsPrompt || command.text.back() != '\r';
+    disarm();
+    state_ = State::READY;
+    if (owed_ > 0 && !atWantedPrompt) { synchronise(mayBeAtPrompt, SETTLE_AFTER_TIMEOUT); }
+}
+
+void AtEngine::onOctets(std::string_view octets) {
+    traceTraffic("<-", octets);
+    for (const char octet : octets) {
+        switch (lines_.put(octet)) {
+        case LineAssembler::Event::NONE: break;
+        case LineAssembler::Event::LINE: onLine(lines_.take()); break;
+        case LineAssembler::Event::PROMPT: onPrompt(); break;
+        case LineAssembler::Event::OVERLONG: onOverlong(); break;
+        }
+    }
+}
+
+void AtEngine::onLine(std::string_view raw) {
+    const bool isOlder = std::exchange(lineIsOlder_, false);
+    if (reports_.isWaiting()) {
+        bool taken = false;
+        tell(reports_.proceed(raw, &taken));
+        if (taken) { return; }
+    }
+    if (state_ == State::RUNNING && !isOlder) {
+        onReplyLine(raw);
+        return;
+    }
+    const std::string_view line = lineText(raw);
+    if (line.empty()) { return; }
+    if (isReport(line, reply_.sent())) {
+        report(line);
+    } else if (state_ == State::READY || state_ == State::RUNNING) {
+        onIdleLine(line);
+    } else {
+        onLateLine(line);
+    }
+}
+
+void AtEngine::onReplyLine(std::string_view raw) {
+    const ReplyCollector::Verdict verdict = reply_.put(raw);
+    if (reply_.isSettled()) { owed_ = 0; }
+    if (verdict == ReplyCollector::Verdict::REPORT) { report(lineText(raw)); }
+    if (verdict == ReplyCollector::Verdict::ENDED) {
+        finish(reply_.isSpoilt() ? Ending::OVERFLOW : Ending::RESULT);
+    }
+}
+
+// Of a command that timed out, or the answer to the probe.
+void AtEngine::onLateLine(std::string_view line) {
+    spdlog::debug("late line dropped: {}", printable(line));
+    if (!isFinalResult(line, reply_.sent())) { return; }
+    owed_ = owed_ > 0 ? owed_ - 1 : 0;
+    if (state_ != State::SYNCHRONISING) { return; }
+    if (owed_ == 0) {
+        onSettled();
+    } else {
+        arm(settle_, &AtEngine::onSettled);
+    }
+}
+
+// Nobody asked, so it is a report, whatever it begins with.
+void AtEngine::onIdleLine(std::string_view line) {
+    if (isFinalResult(line, {})) {
+        spdlog::warn("final result without a command dropped: {}", printable(line));
+    } else if (!isPlainText(line)) {
+        spdlog::warn("{} octets that are no text dropped", line.size());
+    } else {
+        report(line);
+    }
+}
+
+void AtEngine::onPrompt() {
+    if (state_ == State::SYNCHRONISING) {
+        // The probe went into a message text. Leave the prompt and ask again, once.
+        if (!std::exchange(probedTwice_, true)) { probe(true); }
+        return;
+    }
+    if (state_ == State::RUNNING) {
+        finish(Ending::PROMPT);
+        return;
+    }
+    synchronise(true, SETTLE_AFTER_TIMEOUT);
+}
+
+void AtEngine::onOverlong() {
+    spdlog::warn("a line of more than {} octets from {} dropped", LINE_OCTETS_MAX, tty_.path());
+    if (state_ == State::RUNNING && !lineIsOlder_) { reply_.spoil(); }
+    lineIsOlder_ = false;
+}
+
+void AtEngine::report(std::string_view line) { tell(reports_.begin(line)); }
+
+void AtEngine::tell(std::optional<std::string> lines) {
+    if (lines) { onReport_(*lines); }
+}
+
+void AtEngine::dropReport() {
+    const std::string rest = reports_.abandon();
+    if (!rest.empty()) {
+        spdlog::warn("report without its second line dropped: {}",
+                     rest.substr(0, rest.find(':') + 1));
+    }
+}
+
+void AtEngine::send(std::string_view octets) {
+    traceTraffic("->", octets);
+    tty_.write(octets);
+}
+
+// A wait that is over, but not yet handled, can no longer be cancelled: it is told by its number.
+void AtEngine::arm(milliseconds wait, void (AtEngine::*then)()) {
+    timer_.expires_after(wait);
+    timer_.async_wait([this, then, wait_number = ++waitNumber_](asio::error_code error) {
+        if (!error && wait_number == waitNumber_) { (this->*then)(); }
+    });
+}
+
+void AtEngine::disarm() {
+    waitNumber_++;
+    timer_.cancel();
+}
+
+} // namespace smspb::modemd

@@ -1,0 +1,129 @@
+// The dialogue with the modem: one command at a time, its reply kept apart from what the modem says
+// of its own accord, and the two sides kept in step.
+//
+// In step means that the modem owes no final result. After a command without one, and when the tty
+// has just been opened, the engine sends "ATE0\r" and waits until the late output is over before it
+// sends anything else; late lines are logged and dropped, late reports are told like any other.
+#ifndef SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
+#define SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+
+#include "platform/modemd/at_lines.h"
+#include "platform/modemd/tty.h"
+
+namespace smspb::modemd {
+
+// What is sent, and what ends the reply besides a final result that is an error.
+struct Command {
+    std::string text; // its last octet is the terminator: "\r", or Ctrl-Z behind a PDU
+    std::vector<std::string> markers;
+    std::chrono::milliseconds wait;
+    bool wantsPrompt = false; // "> " ends it, and the next command answers the prompt
+};
+
+enum class Ending {
+    RESULT,   // a marker or an error result
+    PROMPT,   // "> "
+    SILENCE,  // none of them within the wait
+    OVERFLOW, // the reply broke LINE_OCTETS_MAX or REPLY_OCTETS_MAX
+    NO_MODEM, // the tty cannot be opened, or went away
+};
+
+struct Reply {
+    Ending ending;
+    std::string text; // as the modem gave it, without the echo
+};
+
+class AtEngine {
+public:
+    using OnReply = std::function<void(const Reply &)>;
+    using OnReport = std::function<void(std::string_view lines)>; // each ended by "\r\n"
+
+    AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport);
+
+    // Opens the tty, and again and again while that fails or when it is lost. Throws NotATty when
+    // the path names something else at this moment.
+    void start();
+
+    // Runs a command; `onReply` is called from the event loop, once. The next command may be given
+    // when it has been. Without a tty it fails at once, after one attempt to open it.
+    void run(Command command, OnReply onReply);
+
+    // Leaves a prompt that is open, closes the tty and fails the command that runs.
+    void stop();
+
+private:
+    enum class State {
+        CLOSED,
+        OUT_OF_STEP,   // silent; the next command begins with another attempt
+        SYNCHRONISING, // sorting out late output
+        READY,
+        RUNNING,
+    };
+    struct Exchange {
+        Command command;
+        OnReply onReply;
+    };
+
+    bool open();
+    void openOnce(); // throws
+    void onTrouble(const std::string &trouble);
+    void onLost(const std::string &why);
+    void retryLater();
+
+    void synchronise(bool escape, std::chrono::milliseconds settle);
+    void probe(bool escape);
+    void onProbeTimeout();
+    void onSettled();
+
+    void begin();
+    void onReplyTimeout();
+    void finish(Ending ending);
+
+    void onOctets(std::string_view octets);
+    void onLine(std::string_view raw);
+    void onReplyLine(std::string_view raw);
+    void onLateLine(std::string_view line);
+    void onIdleLine(std::string_view line);
+    void onPrompt();
+    void onOverlong();
+    void report(std::string_view line);
+    void tell(std::optional<std::string> lines);
+    void dropReport();
+
+    void send(std::string_view octets);
+    void arm(std::chrono::milliseconds wait, void (AtEngine::*then)());
+    void disarm();
+
+    asio::io_context &loop_;
+    Tty tty_;
+    OnReport onReport_;
+    asio::steady_timer timer_; // the deadline of what goes on
+    unsigned waitNumber_ = 0;
+    asio::steady_timer reopen_;
+    State state_ = State::CLOSED;
+    bool stopped_ = false;
+    std::string trouble_; // why the tty could not be opened, as last logged
+
+    LineAssembler lines_;
+    ReportAssembler reports_;
+    ReplyCollector reply_;             // of the last command: also tells what late lines answer
+    std::optional<Exchange> exchange_; // runs, or waits until both sides are in step
+    bool lineIsOlder_ = false;         // the line under way began before the command was sent
+    unsigned owed_ = 0;                // final results that the modem may still give
+    bool probedTwice_ = false;
+    std::chrono::milliseconds settle_{0};
+};
+
+} // namespace smspb::modemd
+
+#endif

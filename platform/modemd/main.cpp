@@ -1,0 +1,111 @@
+// smspb-modemd: the process that owns the modem's tty.
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include "platform/modemd/at_engine.h"
+#include "platform/modemd/ipc_face.h"
+#include "platform/modemd/modem_service.h"
+#include "platform/modemd/request_queue.h"
+
+namespace {
+
+using namespace smspb::modemd;
+
+enum ExitCode : int { DONE = 0, FAILED = 1, WRONG_USAGE = 2 };
+
+struct Options {
+    std::string device;
+    unsigned baud = 115200;
+    unsigned keepTransfers = 60;
+    bool verbose = false;
+};
+
+std::string checkBaud(const std::string &text) {
+    unsigned baud = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, baud);
+    return error == std::errc() && stop == end && isBaudRate(baud)
+               ? ""
+               : "no rate of a serial line; 9600, 115200 and 921600 are";
+}
+
+void declare(CLI::App &app, Options *options) {
+    app.description(
+        "Modem manager: owns the modem's tty and runs the AT commands and messages that "
+        "other processes ask for, one at a time.");
+    app.add_option("--device", options->device, "The modem's AT port, such as /dev/ttyUSB2")
+        ->required();
+    app.add_option("--baud", options->baud, "Line rate; a USB modem ignores it")
+        ->check(CLI::Validator(checkBaud, ""))
+        ->capture_default_str();
+    app.add_option("--keep-transfers", options->keepTransfers,
+                   "Seconds that the file of a long reply is kept")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
+    app.add_flag("--verbose", options->verbose, "Log the AT traffic, message bodies included");
+    app.add_flag("--foreground")->description("Stay in the foreground, as it always does");
+    app.footer(
+        "Prints \"ready\" once requests are taken; logs to standard error. SIGTERM and SIGINT "
+        "end it.\nExit status: 0 ended by a signal, 1 cannot run, 2 wrong usage.\n"
+        "Example: smspb-modemd --device /dev/ttyUSB2");
+}
+
+void openLog(bool verbose) {
+    spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
+    spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
+    spdlog::set_level(verbose ? spdlog::level::debug : spdlog::level::info);
+}
+
+void serve(const Options &options) {
+    std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
+    asio::io_context loop(1);
+    IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
+    AtEngine engine(loop, options.device, options.baud, notifyReport);
+    ModemService service(engine);
+    RequestQueue queue([&service](const Request &request, RequestQueue::OnAnswer onAnswer) {
+        service.carryOut(request, std::move(onAnswer));
+    });
+    engine.start();
+    face.listen(queue);
+    std::puts("ready");
+    std::fflush(stdout);
+
+    // Whoever waits is answered before the loop runs out of work.
+    asio::signal_set signals(loop, SIGINT, SIGTERM);
+    signals.async_wait([&](asio::error_code, int number) {
+        spdlog::info("ending on signal {}", number);
+        face.stop();
+        queue.stop();
+        engine.stop();
+    });
+    loop.run();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        Options options;
+        CLI::App app;
+        declare(app, &options);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError &error) { return app.exit(error) == 0 ? DONE : WRONG_USAGE; }
+        openLog(options.verbose);
+        serve(options);
+        return DONE;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "smspb-modemd: %s\n", error.what());
+        return FAILED;
+    }
+}

@@ -1,0 +1,144 @@
+#include "tools/modem.h"
+
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "atlib/CSMS.h"
+#include "atlib/USBModem.h"
+#include "platform/ipc/ipc_server.h"
+
+namespace smspb::cli {
+
+namespace {
+
+constexpr u32 MODEM_MANAGER = 1; // its IPC destination
+constexpr const char *START_MANAGER =
+    "start smspb-modemd --device TTY, or use --simulate to try without a modem";
+
+// Set when a command got no reply: nothing is worth waiting for then.
+bool modemIsSilent = false;
+
+struct Free {
+    void operator()(char *text) const { std::free(text); }
+};
+
+std::optional<std::string> converse(const std::string &command, u32 waitMs) {
+    const std::string line = command + "\r";
+    const std::unique_ptr<char, Free> reply(
+        writeComm(line.c_str(), waitMs, 4, "OK", "ERROR", "+CMS ERROR:", "+CME ERROR:"));
+    modemIsSilent = reply == nullptr;
+    if (!reply) { return std::nullopt; }
+    return std::string(reply.get());
+}
+
+bool isManagerThere() {
+    try {
+        return ipc::isServed(MODEM_MANAGER);
+    } catch (const std::exception &error) {
+        throw Failure(Exit::NO_MANAGER,
+                      fmt::format("no modem manager can be reached: {}", error.what()),
+                      START_MANAGER);
+    }
+}
+
+// The texts between double quotes, in order.
+std::vector<std::string> quotedTexts(std::string_view text) {
+    std::vector<std::string> found;
+    for (std::size_t open = text.find('"'); open != text.npos;) {
+        const std::size_t close = text.find('"', open + 1);
+        if (close == text.npos) { break; }
+        found.emplace_back(text.substr(open + 1, close - open - 1));
+        open = text.find('"', close + 1);
+    }
+    return found;
+}
+
+} // namespace
+
+std::string_view storageName(u32 storage) { return storage == SMS_STORAGE_ME ? "ME" : "SM"; }
+
+void requireManager() {
+    if (isManagerThere()) { return; }
+    throw Failure(Exit::NO_MANAGER, "no modem manager is running", START_MANAGER);
+}
+
+std::string run(const std::string &command, std::string_view what, u32 waitMs) {
+    std::optional<std::string> reply = converse(command, waitMs);
+    if (!reply) { throw noAnswer(what); }
+    return *std::move(reply);
+}
+
+std::string ask(const std::string &command, std::string_view what) {
+    std::string reply = run(command, what);
+    if (const auto error = errorOf(reply)) { throw refusal(*error, what); }
+    return reply;
+}
+
+Failure refusal(const ModemError &error, std::string_view what) {
+    Failure failure(Exit::REFUSED,
+                    fmt::format("the modem refused to {}: {}", what, describe(error)),
+                    hintFor(error));
+    failure.modem = error;
+    return failure;
+}
+
+Failure noAnswer(std::string_view what) {
+    modemIsSilent = true;
+    if (!isManagerThere()) {
+        return {Exit::NO_MANAGER, fmt::format("cannot {}: the modem manager is gone", what),
+                START_MANAGER};
+    }
+    Failure failure(
+        Exit::NO_ANSWER, fmt::format("cannot {}: the modem does not answer", what),
+        "see that it is plugged in; smspb-modemd says on its standard error what ails it");
+    failure.status = SMS_NO_REPLY;
+    return failure;
+}
+
+Failure explained(u32 status, std::string_view what, const std::string &command) {
+    const std::optional<std::string> reply = converse(command, COMMAND_WAIT_MS);
+    if (!reply) { return noAnswer(what); }
+    if (const auto error = errorOf(*reply)) {
+        Failure failure = refusal(*error, what);
+        failure.status = status;
+        return failure;
+    }
+    Failure failure(Exit::BAD_REPLY,
+                    fmt::format("cannot {}: the modem's reply makes no sense", what),
+                    "see what it says: smspb at '" + command + "'");
+    failure.status = status;
+    return failure;
+}
+
+std::optional<StorageUse> storageUse() {
+    // +CPMS: "SM",3,50,"SM",3,50,"SM",3,50
+    const std::optional<std::string> reply = converse("AT+CPMS?", COMMAND_WAIT_MS);
+    if (!reply || errorOf(*reply)) { return std::nullopt; }
+    const std::vector<std::string> names = quotedTexts(*reply);
+    if (names.size() != 3) { return std::nullopt; }
+    return StorageUse{names[0], names[1], names[2]};
+}
+
+SelectedStorage::SelectedStorage(u32 storage) : selected_(storageName(storage)) {
+    const std::string what = fmt::format("select the storage {}", selected_);
+    // The library reads messages as PDUs; a modem may have been left in text mode.
+    ask("AT+CMGF=0", what);
+    if (const auto use = storageUse()) { former_ = use->reading; }
+    u16 counts[2] = {};
+    const u32 status = setReadDeleteOpMemStore(storage, counts);
+    if (status != SMS_OK) {
+        throw explained(status, what, fmt::format("AT+CPMS=\"{}\"", selected_));
+    }
+    counts_ = {counts[0], counts[1]};
+}
+
+SelectedStorage::~SelectedStorage() {
+    if (former_.empty() || former_ == selected_ || modemIsSilent) { return; }
+    converse(fmt::format("AT+CPMS=\"{}\"", former_), COMMAND_WAIT_MS);
+}
+
+} // namespace smspb::cli

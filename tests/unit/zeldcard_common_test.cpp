@@ -71,12 +71,12 @@ class Response : public LibraryTest {};
 class AsynchronousRequest : public LibraryTest {};
 class SynchronousRequest : public LibraryTest {};
 class QueueMessage : public LibraryTest {};
-class StatusCode : public LibraryTest {};
+class IpcStatus : public LibraryTest {};
 class VoteSleep : public LibraryTest {};
 
 } // namespace
 
-TEST_F(StatusCode, NumbersAreThoseOfTheInterface) {
+TEST_F(IpcStatus, NumbersAreThoseOfTheInterface) {
     EXPECT_EQ(IPC_OK, 0U);
     EXPECT_EQ(IPC_NULL_ARGUMENT, 1U);
     EXPECT_EQ(IPC_NO_MEMORY, 2U);

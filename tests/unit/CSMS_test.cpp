@@ -370,25 +370,26 @@ TEST_F(StorageInfo, SelectsTheStorageForEverythingAndReadsItsCounts) {
         std::string reply;
         u16 used, total;
     } cases[] = {
-        {"\r\n+CPMS: \"ME\",3,50,\"ME\",3,50,\"ME\",3,50\r\n\r\nOK\r\n",                                 3,   50},
-        {                                               "+CPMS:x,1,2,y",                                 1,    2},
-        {                                  "+CPMS: \"ME\", 3, 50,\"x\"",                                 3,   50},
-        {                               "+CPMS: \"ME\",3,50,\r\nOK\r\n",                                 3,   50}, // "OK" is the remainder
-        {                                 "+CPMS: \"ME\",70000,65537,x",                     70000 - 65536,    1},
-        {                                   "+CPMS: " + std::string(300, 'n') + ",3,50," + std::string(500, 'r'),3, 50},
-        {                        "\r\n+CPMS: \"ME\",3,50\r\n\r\nOK\r\n",                              KEPT, KEPT                                   }, // no remainder
-        {                                         "+CPMS: \"ME\",3,50,",                              KEPT, KEPT},
-        {                                     "+CPMS: \"ME\",3,50,\r\n",                              KEPT, KEPT                                 },
-        {                                       "+CPMS: \"ME\",3 ,50,x",                              KEPT, KEPT},
-        {                                         "+CPMS: \"ME\",3,x,y",                              KEPT, KEPT                                 },
-        {                                        "+CPMS: \"ME\",x,50,y",                              KEPT, KEPT},
-        {                                               "+CPMS:,3,50,x",                              KEPT, KEPT                                 },
-        {                                                      "+CPMS:",                              KEPT, KEPT},
-        {                                                       "+CPMS",                              KEPT, KEPT                                 },
-        {                                                  "\r\nOK\r\n",                              KEPT, KEPT},
-        {                                               "\r\nERROR\r\n",                              KEPT, KEPT                                 },
-        {                                     "\r\n+CMS ERROR: 310\r\n",                              KEPT, KEPT},
-        {                                                            "",                              KEPT, KEPT                                 },
+        {"\r\n+CPMS: \"ME\",3,50,\"ME\",3,50,\"ME\",3,50\r\n\r\nOK\r\n",                                 3,     50},
+        {                                               "+CPMS:x,1,2,y",                                 1,      2},
+        {                                  "+CPMS: \"ME\", 3, 50,\"x\"",                                 3,     50},
+        {                               "+CPMS: \"ME\",3,50,\r\nOK\r\n",                                 3,     50}, // "OK" is the remainder
+        {                                 "+CPMS: \"ME\",70000,65537,x",                     70000 - 65536,      1},
+        {                       "+CPMS: \"ME\",3000000000,4294967295,x",                            0x5E00, 0xFFFF},
+        {                                   "+CPMS: " + std::string(300, 'n') + ",3,50," + std::string(500,   'r'),3, 50},
+        {                        "\r\n+CPMS: \"ME\",3,50\r\n\r\nOK\r\n",                              KEPT,   KEPT                                     }, // no remainder
+        {                                         "+CPMS: \"ME\",3,50,",                              KEPT,   KEPT},
+        {                                     "+CPMS: \"ME\",3,50,\r\n",                              KEPT,   KEPT                                 },
+        {                                       "+CPMS: \"ME\",3 ,50,x",                              KEPT,   KEPT},
+        {                                         "+CPMS: \"ME\",3,x,y",                              KEPT,   KEPT                                 },
+        {                                        "+CPMS: \"ME\",x,50,y",                              KEPT,   KEPT},
+        {                                               "+CPMS:,3,50,x",                              KEPT,   KEPT                                 },
+        {                                                      "+CPMS:",                              KEPT,   KEPT},
+        {                                                       "+CPMS",                              KEPT,   KEPT                                 },
+        {                                                  "\r\nOK\r\n",                              KEPT,   KEPT},
+        {                                               "\r\nERROR\r\n",                              KEPT,   KEPT                                 },
+        {                                     "\r\n+CMS ERROR: 310\r\n",                              KEPT,   KEPT},
+        {                                                            "",                              KEPT,   KEPT                                 },
     };
     for (const auto &c : cases) {
         const ScriptedModem modem({
@@ -665,6 +666,12 @@ TEST_F(CentreNumber, OfUpTo21UnitsIsSentWholeAndALongerOneIsCutTo21) {
         });
         EXPECT_EQ(setCenterNumber(Guarded<u16>(units(number)).get()), 0U) << length;
     }
+}
+
+TEST_F(CentreNumber, ThatIsMissingIs21AndSendsNothing) {
+    const ScriptedModem modem({});
+    EXPECT_EQ(setCenterNumber(nullptr), 21U);
+    EXPECT_EQ(SetCSCA(nullptr), 21U);
 }
 
 TEST_F(CentreNumber, WithoutMemoryForAReplyIs20) {

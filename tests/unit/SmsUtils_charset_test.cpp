@@ -442,6 +442,12 @@ TEST_F(UnicodeToUtf8, OfNothingIsTheZeroOctet) {
     EXPECT_EQ(out[0], 0);
 }
 
+TEST_F(UnicodeToUtf8, OfNothingInNoRoomWritesNothing) {
+    const Guarded<u16> text(units(u""));
+    const Guarded<u8> out(0);
+    EXPECT_EQ(UnicodeToUTF8(text.get(), 0, out.get(), 0), 0);
+}
+
 TEST_F(UnicodeToUtf8, FailsWithTheCodeOfTheFirstCharacterThatDoesNotFit) {
     const Guarded<u16> text(std::vector<u16>{'a', 0x00E9, 0x20AC, 0xD83D, 'b'});
     static const i32 RESULTS[] = {-1, -1, -2, -2, -4, -4, -4, -3, -3, -3, -3, 9, 9};
@@ -565,6 +571,13 @@ TEST_F(Utf8ToUnicode, OfNothingIsTheZeroUnit) {
     Guarded<u16> out(1);
     EXPECT_EQ(UTF8ToUnicode(source.data(), 0, out.get(), 1), 0);
     EXPECT_EQ(out[0], 0);
+}
+
+TEST_F(Utf8ToUnicode, InNoRoomWritesNothing) {
+    const Guarded<u16> out(0);
+    const u8 source[] = {'a'};
+    EXPECT_EQ(UTF8ToUnicode(source, 0, out.get(), 0), 0);
+    EXPECT_EQ(UTF8ToUnicode(source, 1, out.get(), 0), 0);
 }
 
 TEST_F(Utf8ToUnicode, AgreesWithTheReferenceForRandomOctets) {

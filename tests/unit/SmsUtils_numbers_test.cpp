@@ -81,8 +81,8 @@ TEST_F(TextToNumber, RefusesOtherCharactersAndNineOfThemAndStoresNothing) {
     }
 }
 
-TEST_F(TextToNumber, ValueOfEverySingleCharacterBelow0x80) {
-    for (unsigned c = 1; c < 0x80; c++) {
+TEST_F(TextToNumber, ValueOfEverySingleCharacter) {
+    for (unsigned c = 1; c < 256; c++) {
         const char text[] = {static_cast<char>(c), '\0'};
         u32 value = 77;
         const bool digit = c >= '0' && c <= '9';
@@ -164,6 +164,12 @@ TEST_F(Trimming, WritesNothingBehindTheCopy) {
     Guarded<char> out(5);
     sms_str_trim("  abc  ", out.get());
     EXPECT_EQ(std::string(out.get() + 2, 3), "\xA5\xA5\xA5");
+}
+
+TEST_F(Trimming, OfAnEmptyOrBlankTextCopiesNothing) {
+    const Guarded<char> out(0);
+    EXPECT_EQ(sms_str_trim(guardedText("").get(), out.get()), 0);
+    EXPECT_EQ(sms_str_trim(guardedText("   ").get(), out.get()), 1);
 }
 
 // ---- digit values

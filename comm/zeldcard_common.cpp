@@ -37,8 +37,9 @@ static u8 *payloadOf(void *block) {
 // length that no block can have.
 static const void *sourceAddress(const void *request) {
     const u32 *words = static_cast<const u32 *>(request);
+    if (words[WORD_KIND] == KIND_QUEUE) { return nullptr; } // its header ends before the length
     const u32 length = words[WORD_LENGTH];
-    if (words[WORD_KIND] == KIND_QUEUE || length > INT32_MAX) { return nullptr; }
+    if (length > INT32_MAX) { return nullptr; }
     const u32 padded = (length + 3) & ~3u;
     return static_cast<const u8 *>(request) + HEADER_OCTETS + padded;
 }

@@ -816,8 +816,8 @@ static u16 *ucs2Text(const u8 *octets, u32 octetCount) {
         const u32 high = takeOctet(&body);
         unit = low16(high << 8 | takeOctet(&body));
     }
-    // Room for a zero behind the unit that an odd length leaves.
-    u16 *text = static_cast<u16 *>(calloc(1, octetCount + 4));
+    const u32 odd = octetCount % 2; // leaves half a unit, and needs room for a zero behind it
+    u16 *text = static_cast<u16 *>(calloc(1, octetCount + 2 + odd));
     if (text != nullptr) { sms_FromUnicodeNetwork(units, octetCount / 2, text); }
     return text;
 }

@@ -183,10 +183,11 @@ u32 setWriteSendOpMemStore(u32 storage, u16 counts[2]) {
 static void readStorageInfo(const char *reply, u16 counts[2]) {
     AtCursor at = {reply};
     char name[SHORT_FIELD_ROOM];
-    i32 used = 0;
-    i32 total = 0;
+    u32 used = 0;
+    u32 total = 0;
     if (!skipPast(&at, "+CPMS:") || *at.at == ',' || !takeUntil(&at, ",", name, sizeof(name)) ||
-        !takeInt(&at, &used) || !takeKey(&at, ",") || !takeInt(&at, &total) || !takeKey(&at, ",")) {
+        !takeUnsigned(&at, &used) || !takeKey(&at, ",") || !takeUnsigned(&at, &total) ||
+        !takeKey(&at, ",")) {
         return;
     }
     while (isBlank(*at.at)) { at.at++; }

@@ -43,22 +43,38 @@ static inline bool takeKey(AtCursor *c, const char *key) {
 
 static inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// A decimal number as "%d" reads it, blanks and a sign before it; clamped to 32 bits on every
-// machine.
-static inline bool takeInt(AtCursor *c, i32 *value) {
+// A decimal number with blanks and a sign before it, clamped to 32 bits on every machine.
+static inline bool takeDecimal(AtCursor *c, int64_t *value) {
     const char *p = c->at;
     while (isBlank(*p)) { p++; }
     const bool negative = *p == '-';
     if (*p == '-' || *p == '+') { p++; }
     if (*p < '0' || *p > '9') { return false; }
-    const int64_t limit = negative ? -static_cast<int64_t>(INT32_MIN) : INT32_MAX;
     int64_t number = 0;
     for (; *p >= '0' && *p <= '9'; p++) {
         number = number * 10 + (*p - '0');
-        if (number > limit) { number = limit; }
+        if (number > UINT32_MAX) { number = UINT32_MAX; }
     }
-    *value = static_cast<i32>(negative ? -number : number);
+    *value = negative ? -number : number;
     c->at = p;
+    return true;
+}
+
+// As "%d" reads it, clamped.
+static inline bool takeInt(AtCursor *c, i32 *value) {
+    int64_t number = 0;
+    if (!takeDecimal(c, &number)) { return false; }
+    if (number > INT32_MAX) { number = INT32_MAX; }
+    if (number < INT32_MIN) { number = INT32_MIN; }
+    *value = static_cast<i32>(number);
+    return true;
+}
+
+// As "%u" reads it: a negative number wraps.
+static inline bool takeUnsigned(AtCursor *c, u32 *value) {
+    int64_t number = 0;
+    if (!takeDecimal(c, &number)) { return false; }
+    *value = static_cast<u32>(number);
     return true;
 }
 

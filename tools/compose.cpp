@@ -91,74 +91,51 @@ std::string readInput() {
     return text;
 }
 
-// What to write for a character that has no septet. The nine of the extension table are here
-// because a message that holds one goes as UCS-2.
+// What to write for a character that has no septet. Those of the extension table are here because a
+// message that holds one goes as UCS-2.
+struct Hint {
+    std::u32string_view characters;
+    std::string_view text;
+};
+constexpr Hint HINTS[] = {
+    {                   U"€",     "EUR"},
+    {                    U"[{",       "("},
+    {                    U"]}",       ")"},
+    {                   U"|\\",       "/"},
+    {U"`‘’‚‛′‹›",       "'"},
+    {   U"“”„‟″«»",      "\""},
+    {      U"~–—‐‑−",       "-"},
+    {                   U"…",     "..."},
+    {                   U"•",       "*"},
+    {                    U"·",       "."},
+    {                    U"×",       "x"},
+    {                    U"°", "degrees"},
+    {                    U"©",     "(c)"},
+    {                    U"®",     "(R)"},
+    {                   U"™",    "(TM)"},
+    {                    U"½",     "1/2"},
+    {                    U"²",       "2"},
+    {                    U"³",       "3"},
+    {              U"ÀÁÂÃ",       "A"},
+    {          U"áâãāăą",       "a"},
+    {                U"Çćč",       "c"},
+    {                U"ÈÊË",       "E"},
+    {            U"êëēęě",       "e"},
+    {                U"íîï",       "i"},
+    {                    U"ł",       "l"},
+    {                    U"ń",       "n"},
+    {              U"óôõő",       "o"},
+    {                  U"śš",       "s"},
+    {                U"úûű",       "u"},
+    {                U"źżž",       "z"},
+    {        U"\t\u2009\u202F", "a blank"},
+};
+
 std::string_view hintFor(char32_t c) {
-    struct Hint {
-        char32_t character;
-        std::string_view text;
-    };
-    static constexpr Hint HINTS[] = {
-        {   U'€',     "EUR"},
-        {     U'[',       "("},
-        {     U']',       ")"},
-        {     U'{',       "("},
-        {     U'}',       ")"},
-        {     U'~',       "-"},
-        {     U'|',       "/"},
-        {    U'\\',       "/"},
-        {     U'`',       "'"},
-        {    U'\t', "a blank"},
-        {   U'‘',       "'"},
-        {   U'’',       "'"},
-        {   U'‚',       "'"},
-        {   U'‛',       "'"},
-        {   U'′',       "'"},
-        {   U'“',      "\""},
-        {   U'”',      "\""},
-        {   U'„',      "\""},
-        {   U'‟',      "\""},
-        {   U'″',      "\""},
-        {    U'«',      "\""},
-        {    U'»',      "\""},
-        {   U'‹',       "'"},
-        {   U'›',       "'"},
-        {   U'–',       "-"},
-        {   U'—',       "-"},
-        {   U'‐',       "-"},
-        {   U'‑',       "-"},
-        {   U'−',       "-"},
-        {   U'…',     "..."},
-        {   U'•',       "*"},
-        {    U'·',       "."},
-        {    U'×',       "x"},
-        {U'\u2009', "a blank"},
-        {U'\u202F', "a blank"},
-        {    U'Ç',      "ç"},
-        {    U'á',      "à"},
-        {    U'í',      "ì"},
-        {    U'ó',      "ò"},
-        {    U'ú',      "ù"},
-        {    U'â',       "a"},
-        {    U'ê',       "e"},
-        {    U'î',       "i"},
-        {    U'ô',       "o"},
-        {    U'û',       "u"},
-        {    U'ë',       "e"},
-        {    U'ï',       "i"},
-        {    U'À',       "A"},
-        {    U'È',       "E"},
-        {    U'©',     "(c)"},
-        {    U'®',     "(R)"},
-        {   U'™',    "(TM)"},
-        {    U'°', "degrees"},
-        {    U'²',       "2"},
-        {    U'³',       "3"},
-        {    U'½',     "1/2"},
-    };
-    const auto *const row = std::find_if(std::begin(HINTS), std::end(HINTS),
-                                         [c](const Hint &hint) { return hint.character == c; });
-    return row != std::end(HINTS) ? row->text : "";
+    for (const Hint &hint : HINTS) {
+        if (hint.characters.find(c) != hint.characters.npos) { return hint.text; }
+    }
+    return "";
 }
 
 bool needsUcs2(char32_t c) { return c > 0xFFFF || sms_IsUnicode(static_cast<u16>(c)) != 0; }
@@ -292,6 +269,9 @@ std::string segmentSizes(const Plan &plan) {
     static constexpr std::size_t LISTED = 4;
     const std::size_t count = plan.segmentUnits.size();
     if (count == 1) { return ""; }
+    if (count > LISTED && plan.segmentUnits.back() == plan.segmentUnits.front()) {
+        return fmt::format(" (of {})", plan.segmentUnits.front());
+    }
     if (count > LISTED) {
         return fmt::format(" ({} of {} and one of {})", count - 1, plan.segmentUnits.front(),
                            plan.segmentUnits.back());
@@ -312,7 +292,7 @@ Fields fieldsOf(const Plan &plan) {
         const Forcing &forcing = plan.forcing[i];
         const std::string times = forcing.count > 1 ? fmt::format(", {} times", forcing.count) : "";
         const std::string instead =
-            forcing.hint.empty() ? "" : fmt::format("; {} would do without", forcing.hint);
+            forcing.hint.empty() ? "" : fmt::format("; write {} instead", forcing.hint);
         fields.add(i == 0 ? "why UCS-2" : "",
                    fmt::format("{} {} at character {}{}{}",
                                toUtf8(std::u32string(1, forcing.character)),

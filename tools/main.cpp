@@ -252,11 +252,7 @@ Failure misuse(const CLI::App &app, const CLI::ParseError &error, const std::str
                     : help};
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    // For the width of characters; the language of messages stays.
-    std::setlocale(LC_CTYPE, "C.UTF-8");
+int runTool(int argc, char **argv) {
     CommandLine line;
     CLI::App app("Send, read and manage the SMS messages of a USB cellular modem.", "smspb");
     describe(app, line);
@@ -273,4 +269,17 @@ int main(int argc, char **argv) {
         return static_cast<int>(Exit::USAGE);
     }
     return runCommand(line);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    // For the width of characters; the language of messages stays.
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    try {
+        return runTool(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "smspb: %s\n", error.what());
+        return static_cast<int>(Exit::UNEXPECTED);
+    }
 }

@@ -57,13 +57,7 @@ std::optional<u32> transferSegment(const Transfer &transfer, const SmsSegment &s
     char *block = nullptr;
     transfer.handOver(segment, &block);
     const std::unique_ptr<char, Free> reply(block);
-    if (!reply) {
-        Failure failure = noAnswer(what);
-        if (failure.exit == Exit::NO_ANSWER) {
-            failure.hint += fmt::format("; what went over may be {} all the same", transfer.done);
-        }
-        throw failure;
-    }
+    if (!reply) { throw noAnswer(what, fmt::format("; it may be {} all the same", transfer.done)); }
     if (const auto error = errorOf(reply.get())) { throw refusal(*error, what); }
     return numberBehind(reply.get(), transfer.key);
 }
@@ -73,7 +67,7 @@ Failure partly(Failure failure, const Transfer &transfer, std::size_t done, std:
     if (done == 0) { return failure; }
     Failure whole(
         Exit::IN_PART,
-        fmt::format("{} ({} of {} segments are {})", failure.what(), done, total, transfer.done),
+        fmt::format("{} ({} of {} segments {})", failure.what(), done, total, transfer.done),
         failure.hint);
     whole.status = failure.status;
     whole.modem = failure.modem;

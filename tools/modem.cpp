@@ -86,14 +86,14 @@ Failure refusal(const ModemError &error, std::string_view what) {
     return failure;
 }
 
-Failure noAnswer(std::string_view what) {
+Failure noAnswer(std::string_view what, std::string_view remark) {
     modemIsSilent = true;
     if (!isManagerThere()) {
-        return {Exit::NO_MANAGER, fmt::format("cannot {}: the modem manager is gone", what),
-                START_MANAGER};
+        return {Exit::NO_MANAGER,
+                fmt::format("cannot {}: the modem manager is gone{}", what, remark), START_MANAGER};
     }
     Failure failure(
-        Exit::NO_ANSWER, fmt::format("cannot {}: the modem does not answer", what),
+        Exit::NO_ANSWER, fmt::format("cannot {}: the modem does not answer{}", what, remark),
         "see that it is plugged in; smspb-modemd says on its standard error what ails it");
     failure.status = SMS_NO_REPLY;
     return failure;

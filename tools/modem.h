@@ -31,8 +31,8 @@ std::string ask(const std::string &command, std::string_view what);
 // The Failure for a modem's error.
 Failure refusal(const ModemError &error, std::string_view what);
 
-// The Failure for no reply at all: no manager, or a silent modem.
-Failure noAnswer(std::string_view what);
+// The Failure for no reply at all: no manager, or a silent modem. `remark` follows the message.
+Failure noAnswer(std::string_view what, std::string_view remark = "");
 
 // The Failure for a status of the library that says only that the deed failed. `command`, which
 // must do no harm when it runs twice, is run again to learn the modem's own words.

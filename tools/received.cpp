@@ -294,6 +294,8 @@ void addCodingFields(const Message &message, Fields &fields) {
     if (message.protocol != 0) { fields.add("protocol", protocolText(message.protocol)); }
     if (message.part) { fields.add("part", partText(*message.part)); }
     for (const HeaderElement &element : message.header) {
+        const bool isPart = element.id == UDH_CONCAT_8 || element.id == UDH_CONCAT_16;
+        if (isPart && message.part) { continue; }
         fields.add("header", fmt::format("0x{:02X} ({}): {}", element.id, elementName(element.id),
                                          hexadecimal(element.data)));
     }
@@ -411,7 +413,7 @@ Fields fieldsOf(const Message &message) {
         fields.add("time", forPeople(message.time));
     }
     if (!message.serviceCentre.empty()) { fields.add("service centre", message.serviceCentre); }
-    if (!message.validity.empty()) { fields.add("valid", forPeople(message.validity)); }
+    if (!message.validity.empty()) { fields.add("validity", forPeople(message.validity)); }
     if (message.isReportRequested) { fields.add("report", "requested"); }
     addCodingFields(message, fields);
     return fields;

@@ -69,14 +69,24 @@ void setServiceCentre(const std::string &text) {
     }
 }
 
+// The command in upper case, without blanks and without what stands in quotes.
+std::string essence(const std::string &command) {
+    std::string kept;
+    bool inString = false;
+    for (const char c : command) {
+        if (c == '"') { inString = !inString; }
+        if (inString || c == '"' || c == ' ') { continue; }
+        kept += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return kept;
+}
+
 void checkCommand(const std::string &command) {
-    std::string upper = command;
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     const auto refuse = [&command](const std::string &why, const std::string &hint) {
-        throw Failure(Exit::USAGE, fmt::format("COMMAND \"{}\" {}", command, why), hint);
+        throw Failure(Exit::USAGE, fmt::format("COMMAND {} {}", command, why), hint);
     };
-    if (!upper.starts_with("AT")) { refuse("does not begin with AT", "for example AT+CSQ"); }
+    const std::string kept = essence(command);
+    if (!kept.starts_with("AT")) { refuse("does not begin with AT", "for example AT+CSQ"); }
     const bool plain = std::all_of(command.begin(), command.end(),
                                    [](unsigned char c) { return c >= 0x20 && c != 0x7F; });
     if (!plain) { refuse("holds a control character", "give one line; its end is added"); }
@@ -84,7 +94,7 @@ void checkCommand(const std::string &command) {
         refuse(fmt::format("has {} characters", command.size()),
                fmt::format("at most {} fit", AT_CHARACTERS_MAX));
     }
-    if (upper.find("+CMGS=") != upper.npos || upper.find("+CMGW=") != upper.npos) {
+    if (kept.find("+CMGS=") != kept.npos || kept.find("+CMGW=") != kept.npos) {
         refuse("would wait for a message behind its prompt", "use smspb send or smspb save");
     }
 }

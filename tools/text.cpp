@@ -108,24 +108,32 @@ std::string shown(char32_t c) {
     return isDangerous(c) ? "<" + codePointName(c) + ">" : toUtf8(std::u32string(1, c));
 }
 
+// How many characters fit into the columns, one at least.
+std::size_t fittingCount(std::u32string_view line, std::size_t columns) {
+    std::size_t count = 0, used = 0;
+    while (count < line.size()) {
+        used += columnsOf(line[count]);
+        if (used > columns) { break; }
+        count++;
+    }
+    return std::max<std::size_t>(count, 1);
+}
+
+// Where to cut a line of which `count` characters fit: behind the last blank, if there is one.
+std::size_t cutPosition(std::u32string_view line, std::size_t count) {
+    if (count >= line.size() || line[count] == ' ') { return std::min(count, line.size()); }
+    const std::size_t blank = line.rfind(U' ', count - 1);
+    return blank == line.npos ? count : blank + 1;
+}
+
 // One line of text into lines of at most `columns`.
 void wrapLine(std::u32string_view line, std::size_t columns, std::vector<std::string> &lines) {
-    std::size_t start = 0, used = 0, blank = 0; // `blank`: behind the last one, 0 for none
-    for (std::size_t at = 0; at < line.size(); at++) {
-        const std::size_t width = columnsOf(line[at]);
-        if (used + width > columns && at > start) {
-            const std::size_t end = line[at] == ' ' ? at : blank > start ? blank : at;
-            lines.push_back(toUtf8(line.substr(start, end - start)));
-            start = end;
-            while (start < line.size() && line[start] == ' ') { start++; }
-            at = start;
-            used = blank = 0;
-            if (at == line.size()) { return; }
-        }
-        if (line[at] == ' ') { blank = at + 1; }
-        used += columnsOf(line[at]);
-    }
-    lines.push_back(toUtf8(line.substr(start)));
+    do {
+        const std::size_t cut = cutPosition(line, fittingCount(line, columns));
+        lines.push_back(toUtf8(line.substr(0, cut)));
+        line.remove_prefix(cut);
+        line.remove_prefix(std::min(line.find_first_not_of(U' '), line.size()));
+    } while (!line.empty());
 }
 
 } // namespace
@@ -155,11 +163,11 @@ std::u32string toCharacters(std::u16string_view units) {
         const char32_t unit = units[at];
         const char32_t next = at + 1 < units.size() ? units[at + 1] : 0;
         if (isHighSurrogate(unit) && isLowSurrogate(next)) {
-            characters +=
-                BASIC_PLANE_END + ((unit - HIGH_SURROGATES) << 10) + next - LOW_SURROGATES;
+            characters.push_back(BASIC_PLANE_END + ((unit - HIGH_SURROGATES) << 10) + next -
+                                 LOW_SURROGATES);
             at++;
         } else {
-            characters += isSurrogate(unit) ? REPLACEMENT : unit;
+            characters.push_back(isSurrogate(unit) ? REPLACEMENT : unit);
         }
     }
     return characters;

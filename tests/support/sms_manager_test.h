@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
+#include <utility>
 
 #include "atlib/CSMS.h"
 #include "library_test.h"
@@ -30,6 +32,21 @@ inline void expectRequestForm(const ScriptedModem &modem, std::size_t markerCoun
         EXPECT_EQ(request.destination, 1U) << request.command;
         EXPECT_EQ(request.markers, markers) << request.command;
     }
+}
+
+// A reply of a vector file with its escapes as the characters they stand for: "\\r", "\\n", and
+// "\\s" for a blank at its end.
+inline std::string withCharacters(std::string text) {
+    for (const auto &[escape, character] : {
+             std::pair{"\\r", '\r'},
+             {"\\n", '\n'},
+             {"\\s",  ' '}
+    }) {
+        for (auto at = text.find(escape); at != std::string::npos; at = text.find(escape)) {
+            text.replace(at, 2, 1, character);
+        }
+    }
+    return text;
 }
 
 } // namespace support

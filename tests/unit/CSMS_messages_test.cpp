@@ -32,10 +32,13 @@ class Sending : public SmsManagerTest {};
 class SendingASegment : public SmsManagerTest {};
 class Saving : public SmsManagerTest {};
 class SavingASegment : public SmsManagerTest {};
+class SavedIndexReply : public LibraryVectorTest {};
 class SavedIndex : public SmsManagerTest {};
 class Reading : public SmsManagerTest {};
+class GoodReadReply : public LibraryVectorTest {};
 class ReadReply : public SmsManagerTest {};
 class RecordTime : public SmsManagerTest {};
+class NewMessageLine : public LibraryVectorTest {};
 class NewMessageIndication : public SmsManagerTest {};
 class Deleting : public SmsManagerTest {};
 
@@ -339,36 +342,18 @@ TEST_F(SavingASegment, StoresTheIndexOfTheReply) {
     EXPECT_EQ(index, 12);
 }
 
-TEST_F(SavedIndex, IsTheNumberBehindTheKey) {
-    static const struct {
-        const char *reply;
-        i32 index;
-        const char *logged; // null for no line
-    } CASES[] = {
-        {"\r\n+CMGW: 7\r\n\r\nOK\r\n",   7,   "received CMGW index :7\n\n"},
-        {                  "+CMGW: 0",   0,   "received CMGW index :0\n\n"},
-        {            "+CMGW: 255\r\n", 255, "received CMGW index :255\n\n"},
-        {              "+CMGW:   12x",  12,  "received CMGW index :12\n\n"},
-        {                 "+CMGW: -3",  -3,  "received CMGW index :-3\n\n"},
-        {                 "+CMGW: +4",   4,   "received CMGW index :4\n\n"},
-        {              "+CMGW: \r\n9",   9,   "received CMGW index :9\n\n"}, // blanks of any kind are skipped
-        {         "+CMGW: 1 +CMGW: 2",   1,   "received CMGW index :1\n\n"},
-        {                   "+CMGW: ",  -1,  "received CMGW index error\n"},
-        {                 "+CMGW: x7",  -1,  "received CMGW index error\n"},
-        {                 "+CMGW: OK",  -1,  "received CMGW index error\n"},
-        {                  "+CMGW: -",  -1,  "received CMGW index error\n"},
-        {                   "+CMGW:7",  -1,                        nullptr}, // the blank belongs to the key
-        {                "\r\nOK\r\n",  -1,                        nullptr},
-        {                          "",  -1,                        nullptr},
-    };
-    for (const auto &c : CASES) {
-        clearLog();
-        EXPECT_EQ(getCMGWindex(guardedText(c.reply).get()), c.index) << c.reply;
-        const std::vector<std::string> lines(c.logged != nullptr ? 1 : 0,
-                                             c.logged != nullptr ? c.logged : "");
-        EXPECT_EQ(logMessagesOf("getCMGWindex"), lines) << c.reply;
-    }
+std::vector<std::string> loggedLines(const Vector &v) {
+    std::vector<std::string> lines;
+    for (const std::string &line : v.texts("log")) { lines.push_back(withCharacters(line)); }
+    return lines;
 }
+
+TEST_P(SavedIndexReply, GivesTheNumberBehindTheKey) {
+    const auto reply = guardedText(withCharacters(v().text("reply")));
+    EXPECT_EQ(getCMGWindex(reply.get()), static_cast<i32>(v().number("index")));
+    EXPECT_EQ(logMessagesOf("getCMGWindex"), loggedLines(v()));
+}
+SMSPB_VECTORS(SavedIndexReply, "saved_indexes.txt");
 
 TEST_F(SavedIndex, OfAnyCutOfAGoodReply) {
     const std::string good = "\r\n+CMGW: 123\r\n\r\nOK\r\n";
@@ -512,16 +497,20 @@ TEST_F(Saving, ATextOfMoreThan255SegmentsSavesNothingAndFinishes) {
 
 TEST_F(Saving, EachFailedAllocationHasItsStatus) {
     const std::u16string text(161, u'a'); // text copy, segments, two replies
+    const std::vector<std::string> firstSaved = {"save NO 0 pdu of 2 ok\n\n",
+                                                 "get saved sms index:7 in location:0\n\n"};
+    const std::vector<std::string> nothing, outOfMemory = {"out of memory\n"},
+                                            finished = {"save pdu finished\n\n"};
     const struct {
         unsigned nth;
         std::size_t requests;
         u32 status;
-        std::vector<std::string> lines;
+        const std::vector<std::string> &lines;
     } cases[] = {
-        {1, 0,                 23,                                                      {"out of memory\n"}},
-        {2, 0, COMPOSITION_FAILED,                                                {"save pdu finished\n\n"}},
-        {3, 1,                 20,                                                                       {}},
-        {4, 2,                 20, {"save NO 0 pdu of 2 ok\n\n", "get saved sms index:7 in location:0\n\n"}},
+        {1, 0,                 23, outOfMemory},
+        {2, 0, COMPOSITION_FAILED,    finished},
+        {3, 1,                 20,     nothing},
+        {4, 2,                 20,  firstSaved},
     };
     for (const auto &c : cases) {
         const ScriptedModem modem(
@@ -685,50 +674,24 @@ TEST_F(Reading, AReplyThroughATransferFileCounts) {
 
 // ---- the reply to a read command
 
-struct ReadCase {
-    std::string reply;
-    u32 status; // in the record
-    bool decodes;
-};
-
-TEST_F(ReadReply, GoodOnes) {
-    const ReadCase cases[] = {
-        {                    readReply("0,,22",                  DELIVER),          0,  true },
-        {                    readReply("3,,22",                  DELIVER),          3,  true },
-        {             readReply("1,\"Bob\",22",                  DELIVER),          1,  true },
-        {          readReply("1, whatever ,22",                  DELIVER),          1,  true },
-        {                      readReply("1,,",                  DELIVER),          1,  true },
-        {  readReply("1,,99999999999999999999",                  DELIVER),          1,  true }, // the length is not used
-        {                readReply("1,,22,7,8",                  DELIVER),          1,  true },
-        {                    readReply("x,,22",                  DELIVER),          0,  true },
-        {                   readReply("-1,,22",                  DELIVER), 0xFFFFFFFF,  true },
-        {          readReply("12345678901,,22",                  DELIVER),   12345678,  true }, // " 12345678" are 9 characters
-        {"OK+CMGR:2,,1\r\n" + DELIVER + "\r\n",                         2,       true      },
-        {    readReply("1,," + std::string(300,                      '2'),   DELIVER),     1,true},
-        {     readReply("1," + std::string(300,              'n') + ",22",   DELIVER),     1,                                  true},
-        {                    readReply("2,,22", DELIVER + std::string(360,      '0')),     2, true},
-        {                    readReply("2,,22",                     "00"),          2, false      }, // an empty DELIVER
-        {                    readReply("2,,22",                       ""),          2, false            },
-        {                    readReply("2,,22",                   "0003"),          2, false     },
-        {                    readReply("2,,22",              "not a PDU"),          2, false},
-    };
-    for (const ReadCase &c : cases) {
-        Guarded<SmsRecord> record; // 0xA5 throughout: it is cleared
-        EXPECT_EQ(decodeCMGR(guardedText(c.reply).get(), record.get()), 0U) << c.reply;
-        const Block<u16> text(record->message.text);
-        EXPECT_EQ(record->reserved, 0U);
-        EXPECT_EQ(record->index, 0);
-        EXPECT_EQ(record->status, c.status) << c.reply;
-        if (c.decodes) { expectHello(record->message); }
-    }
-}
-
-TEST_F(ReadReply, APduOfMoreThan399CharactersIsCutTo399) {
-    // A DELIVER whose body ends at 398 characters; what stands behind the cut would spoil it.
-    const std::string pdu = DELIVER + std::string(399 - DELIVER.size(), '0') + "!!!!";
-    Guarded<SmsRecord> record;
-    EXPECT_EQ(decodeCMGR(guardedText(readReply("1,,22", pdu)).get(), record.get()), 0U);
+TEST_P(GoodReadReply, FillsTheRecord) {
+    const auto reply = guardedText(readReply(v().text("head"), v().text("pdu")));
+    Guarded<SmsRecord> record; // 0xA5 throughout: it is cleared
+    EXPECT_EQ(decodeCMGR(reply.get(), record.get()), 0U);
     const Block<u16> text(record->message.text);
+    EXPECT_EQ(record->reserved, 0U);
+    EXPECT_EQ(record->index, 0);
+    EXPECT_EQ(record->status, v().number("status"));
+    if (v().number("hello") == 1) { expectHello(record->message); }
+}
+SMSPB_VECTORS(GoodReadReply, "read_replies.txt");
+
+TEST_F(ReadReply, MayHoldItsOkInFrontAndNoBlankBehindTheKey) {
+    Guarded<SmsRecord> record;
+    const auto reply = guardedText("OK+CMGR:2,,1\r\n" + DELIVER + "\r\n");
+    EXPECT_EQ(decodeCMGR(reply.get(), record.get()), 0U);
+    const Block<u16> text(record->message.text);
+    EXPECT_EQ(record->status, 2U);
     expectHello(record->message);
 }
 
@@ -818,45 +781,15 @@ TEST_F(RecordTime, IsWrittenWithAYearThatIsNotPadded) {
 
 // ---- the indication of a new message
 
-TEST_F(NewMessageIndication, GivesStorageAndIndex) {
-    static const struct {
-        const char *line, *storage;
-        i32 index;
-        std::vector<std::string> lines;
-    } CASES[] = {
-        {          "+CMTI: \"SM\",5","SM",   5,{"received sms location:SM\n\n", "received sms index :5\n\n"}                                                },
-        {"\r\n+CMTI: \"ME\",255\r\n",
-         "ME", 255,
-         {"received sms location:ME\n\n", "received sms index :255\n\n"}                                      },
-        {       "+CMTI: \"SM\" , 12",
-         "SM",  12,
-         {"received sms location:SM\n\n", "received sms index :12\n\n"}                                       },
-        {       "+CMTI: x\"SM\"y,7z",
-         "SM",   7,
-         {"received sms location:SM\n\n", "received sms index :7\n\n"}                                        },
-        {            "+CMTI: \"\",1",   "",   1,   {"received sms location:\n\n", "received sms index :1\n\n"}},
-        {          "+CMTI: \"SM\",0", "SM",   0, {"received sms location:SM\n\n", "received sms index :0\n\n"}},
-        {        "+CMTI: \"SM,3\",4",
-         "SM,3",   4,
-         {"received sms location:SM,3\n\n", "received sms index :4\n\n"}                                      },
-        {            "+CMTI: \"SM\"", "SM",  -1,                              {"received sms location:SM\n\n"}},
-        {           "+CMTI: \"SM\"5", "SM",  -1,                              {"received sms location:SM\n\n"}},
-        {           "+CMTI: \"SM\",", "SM",  -1,                              {"received sms location:SM\n\n"}},
-        {          "+CMTI: \"SM\",x", "SM",  -1,                              {"received sms location:SM\n\n"}},
-        {              "+CMTI: SM,5",   "",  -1,                                                            {}},
-        {                  "+CMTI: ",   "",  -1,                                                            {}},
-        {           "+CMTI:\"SM\",5",   "",  -1,                                                            {}}, // the blank belongs to the key
-        {          "+CDSI: \"SM\",5",   "",  -1,                                                            {}},
-        {                         "",   "",  -1,                                                            {}},
-    };
-    for (const auto &c : CASES) {
-        clearLog();
-        Guarded<char> memory(std::strlen(c.storage) + 1, Fill::Cleared);
-        EXPECT_EQ(getCMTIindex(guardedText(c.line).get(), memory.get()), c.index) << c.line;
-        EXPECT_STREQ(memory.get(), c.storage) << c.line;
-        EXPECT_EQ(logMessagesOf("getCMTIindex"), c.lines) << c.line;
-    }
+TEST_P(NewMessageLine, GivesStorageAndIndex) {
+    const auto line = guardedText(withCharacters(v().text("line")));
+    const std::string storage = v().text("storage");
+    const Guarded<char> memory(storage.size() + 1, Fill::Cleared);
+    EXPECT_EQ(getCMTIindex(line.get(), memory.get()), static_cast<i32>(v().number("index")));
+    EXPECT_EQ(memory.get(), storage);
+    EXPECT_EQ(logMessagesOf("getCMTIindex"), loggedLines(v()));
 }
+SMSPB_VECTORS(NewMessageLine, "new_messages.txt");
 
 TEST_F(NewMessageIndication, WritesNoTerminatorBehindTheStorage) {
     char memory[] = "12345";

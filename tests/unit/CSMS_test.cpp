@@ -16,11 +16,15 @@ class ReplyStatus : public LibraryVectorTest {};
 class Substring : public LibraryTest {};
 class SimpleCommand : public SmsManagerTest {};
 class Initialisation : public SmsManagerTest {};
+class StorageCounts : public LibraryVectorTest {};
 class StorageSelection : public SmsManagerTest {};
+class StorageInfoReply : public LibraryVectorTest {};
 class StorageInfo : public SmsManagerTest {};
+class ServiceCentreReply : public LibraryVectorTest {};
 class ServiceCentre : public SmsManagerTest {};
 class ServiceCentreCache : public SmsManagerTest {};
 class CentreNumber : public SmsManagerTest {};
+class CharacterSetReply : public LibraryVectorTest {};
 class CharacterSet : public SmsManagerTest {};
 
 const char OK[] = "\r\nOK\r\n";
@@ -28,20 +32,8 @@ const char ERROR[] = "\r\nERROR\r\n";
 
 // ---- judging replies
 
-std::string unescaped(std::string text) {
-    for (const auto &[escape, character] : {
-             std::pair{std::string("\\r"), '\r'},
-             std::pair{std::string("\\n"), '\n'}
-    }) {
-        for (auto at = text.find(escape); at != std::string::npos; at = text.find(escape)) {
-            text.replace(at, 2, 1, character);
-        }
-    }
-    return text;
-}
-
 TEST_P(ReplyStatus, IsAsStated) {
-    const auto reply = guardedText(unescaped(v().text("reply")));
+    const auto reply = guardedText(withCharacters(v().text("reply")));
     EXPECT_EQ(checkATStatus(reply.get()), v().number("status"));
     if (v().has("cms")) { EXPECT_EQ(checkCMSError(reply.get()), v().number("cms")); }
     EXPECT_TRUE(logMessages().empty());
@@ -85,20 +77,27 @@ struct Command {
     std::function<u32()> run;
 };
 
-const std::vector<Command> &simpleCommands() {
-    static const std::vector<Command> commands = {
-        {                    "AT+CNMI=2,1,0,0,0\r",[] { return setInformmode(); }                                                   },
-        {                    "AT+CNMI=1,2,3,4,5\r", [] { return setNewMessageIndication(1, 2, 3, 4, 5); }},
-        {"AT+CNMI=-1,0,2147483647,-2147483648,7\r",
-         [] { return setNewMessageIndication(-1, 0, INT32_MAX, INT32_MIN, 7); }                          },
-        {                            "AT+CSCB=0\r",                 [] { return setNewMessageChanel(0); }},
-        {                           "AT+CSCB=-1\r",                [] { return setNewMessageChanel(-1); }},
-        {         "AT+CPMS=\"ME\",\"ME\",\"ME\"\r",                  [] { return setReceiveMemStore(1); }},
-        {         "AT+CPMS=\"SM\",\"SM\",\"SM\"\r",                  [] { return setReceiveMemStore(2); }},
-        {                      "AT+CSCS=\"IRA\"\r",                    [] { return setEcodingFormat(1); }},
-        {                      "AT+CSCS=\"GSM\"\r",                    [] { return setEcodingFormat(2); }},
-        {                     "AT+CSCS=\"UCS2\"\r",                    [] { return setEcodingFormat(3); }},
+std::vector<Command> makeSimpleCommands() {
+    std::vector<Command> commands;
+    const auto add = [&](const char *text, std::function<u32()> run) {
+        commands.push_back({text, std::move(run)});
     };
+    add("AT+CNMI=2,1,0,0,0\r", [] { return setInformmode(); });
+    add("AT+CNMI=1,2,3,4,5\r", [] { return setNewMessageIndication(1, 2, 3, 4, 5); });
+    add("AT+CNMI=-1,0,2147483647,-2147483648,7\r",
+        [] { return setNewMessageIndication(-1, 0, INT32_MAX, INT32_MIN, 7); });
+    add("AT+CSCB=0\r", [] { return setNewMessageChanel(0); });
+    add("AT+CSCB=-1\r", [] { return setNewMessageChanel(-1); });
+    add("AT+CPMS=\"ME\",\"ME\",\"ME\"\r", [] { return setReceiveMemStore(1); });
+    add("AT+CPMS=\"SM\",\"SM\",\"SM\"\r", [] { return setReceiveMemStore(2); });
+    add("AT+CSCS=\"IRA\"\r", [] { return setEcodingFormat(1); });
+    add("AT+CSCS=\"GSM\"\r", [] { return setEcodingFormat(2); });
+    add("AT+CSCS=\"UCS2\"\r", [] { return setEcodingFormat(3); });
+    return commands;
+}
+
+const std::vector<Command> &simpleCommands() {
+    static const std::vector<Command> commands = makeSimpleCommands();
     return commands;
 }
 
@@ -211,33 +210,8 @@ TEST_F(Initialisation, TriesEachSettingUpToSevenTimes) {
 
 // ---- selecting a storage
 
-struct Selection {
-    const char *reply;
-    u32 reading, writing; // statuses
-    u16 used, total;      // stored when both are 0
-};
-
 const u16 KEPT = 0x7777;
-
-const Selection SELECTIONS[] = {
-    {"\r\n+CPMS: 3,50,4,60,5,70\r\n\r\nOK\r\n",  0,  0,             3,    50},
-    {                         "+CPMS:0,255,OK",  0,  0,             0,   255},
-    {                    "+CPMS:  12 , 34 ,OK",  0,  0,            12,    34},
-    {      "\r\n+CPMS: 65535,65535,\r\nOK\r\n",  0,  0,         65535, 65535},
-    {      "\r\n+CPMS: 70000,65537,\r\nOK\r\n",  0,  0, 70000 - 65536,     1},
-    {             "\r\n+CPMS: x,y,z\r\nOK\r\n",  0,  0,             0,     0},
-    {                "\r\n+CPMS: ,,\r\nOK\r\n",  0,  0,             0,     0},
-    {          "\r\n+CPMS: 3,50\r\n\r\nOK\r\n", 22, 22,          KEPT,  KEPT}, // the second comma is missing
-    {             "\r\n+CPMS: 3\r\n\r\nOK\r\n", 22, 22,          KEPT,  KEPT},
-    {                             "\r\n+CPMS:", 22, 22,          KEPT,  KEPT},
-    {                             "\r\nOK\r\n", 22,  0,          KEPT,  KEPT},
-    {              "\r\n+CPMS 3,50,\r\nOK\r\n", 22,  0,          KEPT,  KEPT},
-    {                                       "", 22,  0,          KEPT,  KEPT},
-    {                          "\r\nERROR\r\n", 26, 26,          KEPT,  KEPT},
-    {         "\r\n+CPMS: 3,50,4\r\nERROR\r\n", 26, 26,          KEPT,  KEPT},
-    {                "\r\n+CMS ERROR: 310\r\n", 26, 26,          KEPT,  KEPT},
-    {                    "\r\n+CMS ERROR: 310", 22, 22,          KEPT,  KEPT},
-};
+const char SELECTED[] = "\r\n+CPMS: 3,50,4,60,5,70\r\n\r\nOK\r\n";
 
 struct Selector {
     const char *command;
@@ -252,28 +226,31 @@ const Selector SELECTORS[] = {
     {"AT+CPMS=,\"SM\"\r", 2,  setWriteSendOpMemStore, false},
 };
 
-TEST_F(StorageSelection, StoresTheCountsOfTheFirstStorage) {
+TEST_P(StorageCounts, AreStoredOfTheFirstStorage) {
+    const std::string reply = withCharacters(v().text("reply"));
+    const u32 statuses[] = {v().number("writing"), v().number("reading")};
     for (const Selector &selector : SELECTORS) {
-        for (const Selection &c : SELECTIONS) {
-            const ScriptedModem modem({
-                {selector.command, c.reply}
-            });
-            const Guarded<u16> counts(std::vector<u16>{KEPT, KEPT});
-            EXPECT_EQ(selector.run(selector.storage, counts.get()),
-                      selector.reading ? c.reading : c.writing)
-                << selector.command << c.reply;
-            EXPECT_EQ(counts[0], c.used) << selector.command << c.reply;
-            EXPECT_EQ(counts[1], c.total) << selector.command << c.reply;
-            expectRequestForm(modem, 4);
-        }
+        const ScriptedModem modem({
+            {selector.command, reply}
+        });
+        const Guarded<u16> counts(std::vector<u16>{KEPT, KEPT});
+        EXPECT_EQ(selector.run(selector.storage, counts.get()), statuses[selector.reading]);
+        EXPECT_EQ(counts[0], v().number("used", KEPT)) << selector.command;
+        EXPECT_EQ(counts[1], v().number("total", KEPT)) << selector.command;
+        expectRequestForm(modem, 4);
     }
+    const ScriptedModem modem({
+        {SELECTORS[0].command, reply}
+    }); // null counts: judged all the same
+    EXPECT_EQ(setReadDeleteOpMemStore(1, nullptr), statuses[1]);
 }
+SMSPB_VECTORS(StorageCounts, "storage_counts.txt");
 
 TEST_F(StorageSelection, ForReadingLogsTheCountsAndForWritingDoesNot) {
     for (const Selector &selector : SELECTORS) {
         clearLog();
         const ScriptedModem modem({
-            {selector.command, SELECTIONS[0].reply}
+            {selector.command, SELECTED}
         });
         u16 counts[2];
         EXPECT_EQ(selector.run(selector.storage, counts), 0U);
@@ -299,19 +276,10 @@ TEST_F(StorageSelection, ForReadingLogsTheWholeReplyThatHasNoCounts) {
 
 TEST_F(StorageSelection, WithNullCountsStoresAndLogsNothing) {
     const ScriptedModem modem({
-        {"AT+CPMS=\"ME\"\r", SELECTIONS[0].reply}
+        {"AT+CPMS=\"ME\"\r", SELECTED}
     });
     EXPECT_EQ(setReadDeleteOpMemStore(1, nullptr), 0U);
     EXPECT_TRUE(logMessagesIn("atlib/CSMS.cpp").empty());
-}
-
-TEST_F(StorageSelection, WithNullCountsJudgesTheReplyAllTheSame) {
-    for (const Selection &c : SELECTIONS) {
-        const ScriptedModem modem({
-            {"AT+CPMS=\"ME\"\r", c.reply}
-        });
-        EXPECT_EQ(setReadDeleteOpMemStore(1, nullptr), c.reading) << c.reply;
-    }
 }
 
 TEST_F(StorageSelection, WithoutAReplyIs20) {
@@ -365,43 +333,30 @@ TEST_F(StorageSelection, AnyCutOfAGoodReplyIsJudgedByWhatIsLeft) {
 
 const char ALL_ME[] = "AT+CPMS=\"ME\",\"ME\",\"ME\"\r";
 
-TEST_F(StorageInfo, SelectsTheStorageForEverythingAndReadsItsCounts) {
-    const struct {
-        std::string reply;
-        u16 used, total;
-    } cases[] = {
-        {"\r\n+CPMS: \"ME\",3,50,\"ME\",3,50,\"ME\",3,50\r\n\r\nOK\r\n",                                 3,     50},
-        {                                               "+CPMS:x,1,2,y",                                 1,      2},
-        {                                  "+CPMS: \"ME\", 3, 50,\"x\"",                                 3,     50},
-        {                               "+CPMS: \"ME\",3,50,\r\nOK\r\n",                                 3,     50}, // "OK" is the remainder
-        {                                 "+CPMS: \"ME\",70000,65537,x",                     70000 - 65536,      1},
-        {                       "+CPMS: \"ME\",3000000000,4294967295,x",                            0x5E00, 0xFFFF},
-        {                                   "+CPMS: " + std::string(300, 'n') + ",3,50," + std::string(500,   'r'),3, 50},
-        {                        "\r\n+CPMS: \"ME\",3,50\r\n\r\nOK\r\n",                              KEPT,   KEPT                                     }, // no remainder
-        {                                         "+CPMS: \"ME\",3,50,",                              KEPT,   KEPT},
-        {                                     "+CPMS: \"ME\",3,50,\r\n",                              KEPT,   KEPT                                 },
-        {                                       "+CPMS: \"ME\",3 ,50,x",                              KEPT,   KEPT},
-        {                                         "+CPMS: \"ME\",3,x,y",                              KEPT,   KEPT                                 },
-        {                                        "+CPMS: \"ME\",x,50,y",                              KEPT,   KEPT},
-        {                                               "+CPMS:,3,50,x",                              KEPT,   KEPT                                 },
-        {                                                      "+CPMS:",                              KEPT,   KEPT},
-        {                                                       "+CPMS",                              KEPT,   KEPT                                 },
-        {                                                  "\r\nOK\r\n",                              KEPT,   KEPT},
-        {                                               "\r\nERROR\r\n",                              KEPT,   KEPT                                 },
-        {                                     "\r\n+CMS ERROR: 310\r\n",                              KEPT,   KEPT},
-        {                                                            "",                              KEPT,   KEPT                                 },
-    };
-    for (const auto &c : cases) {
-        const ScriptedModem modem({
-            {      ALL_ME,      OK},
-            {"AT+CPMS?\r", c.reply}
-        });
-        const Guarded<u16> counts(std::vector<u16>{KEPT, KEPT});
-        EXPECT_EQ(SM_GetStorageInfo_Sms(counts.get(), 1), 0U) << c.reply;
-        EXPECT_EQ(counts[0], c.used) << c.reply;
-        EXPECT_EQ(counts[1], c.total) << c.reply;
-        expectRequestForm(modem, 4);
-    }
+TEST_P(StorageInfoReply, IsReadBehindTheSelectionForEverything) {
+    const std::string reply = withCharacters(v().text("reply"));
+    const ScriptedModem modem({
+        {      ALL_ME,    OK},
+        {"AT+CPMS?\r", reply}
+    });
+    const Guarded<u16> counts(std::vector<u16>{KEPT, KEPT});
+    EXPECT_EQ(SM_GetStorageInfo_Sms(counts.get(), 1), 0U); // whatever the reply
+    EXPECT_EQ(counts[0], v().number("used", KEPT));
+    EXPECT_EQ(counts[1], v().number("total", KEPT));
+    expectRequestForm(modem, 4);
+}
+SMSPB_VECTORS(StorageInfoReply, "storage_info.txt");
+
+TEST_F(StorageInfo, HasNoBoundOnNameAndRemainder) {
+    const std::string reply = "+CPMS: " + std::string(300, 'n') + ",3,50," + std::string(500, 'r');
+    const ScriptedModem modem({
+        {      ALL_ME,    OK},
+        {"AT+CPMS?\r", reply}
+    });
+    u16 counts[2];
+    EXPECT_EQ(SM_GetStorageInfo_Sms(counts, 1), 0U);
+    EXPECT_EQ(counts[0], 3);
+    EXPECT_EQ(counts[1], 50);
 }
 
 TEST_F(StorageInfo, OfTheSim) {
@@ -462,36 +417,20 @@ TEST_F(StorageInfo, WithoutMemoryForAReplyIs20) {
 const char ASK_CENTRE[] = "AT+CSCA?\r";
 const char CENTRE[] = "\r\n+CSCA: \"+4912345\",145\r\n\r\nOK\r\n";
 
-TEST_F(ServiceCentre, IsTheTextBetweenTheFirstTwoQuotes) {
-    static const struct {
-        const char *reply;
-        std::u16string_view address;
-        const char *logged;
-    } CASES[] = {
-        {                                                 CENTRE,             u"+4912345","szcsca:+4912345\n"                                                                                          },
-        {                            "+CSCA: \"\",129\r\nOK\r\n",                     u"",         "szcsca:\n"},
-        {                                      "\"a b\"\"c\" OK",                  u"a b",      "szcsca:a b\n"},
-        {        "\r\n+CSCA: \"12345678901234567890\",129\r\nOK", u"12345678901234567890",
-         "szcsca:12345678901234567890\n"                                                                      },
- // 21 characters are read, of which 20 and a zero fit the caller's 21 units
-        {       "\r\n+CSCA: \"123456789012345678901\",129\r\nOK", u"12345678901234567890",
-         "szcsca:123456789012345678901\n"                                                                     },
-        {"\r\n+CSCA: \"1234567890123456789012345678\",129\r\nOK", u"12345678901234567890",
-         "szcsca:123456789012345678901\n"                                                                     },
-    };
-    for (const auto &c : CASES) {
-        clearLog();
-        const ScriptedModem modem({
-            {ASK_CENTRE, c.reply}
-        });
-        Guarded<u16> out(21);
-        EXPECT_EQ(readCSCA(out.get()), 0U) << c.reply;
-        EXPECT_EQ(textOf(out.get()), c.address);
-        EXPECT_EQ(logMessagesOf("readCSCA"),
-                  (std::vector<std::string>{"check at status:0\n", c.logged}));
-        expectRequestForm(modem, 4);
-    }
+TEST_P(ServiceCentreReply, GivesTheTextBetweenTheFirstTwoQuotes) {
+    const ScriptedModem modem({
+        {ASK_CENTRE, withCharacters(v().text("reply"))}
+    });
+    Guarded<u16> out(21);
+    EXPECT_EQ(readCSCA(out.get()), 0U);
+    const std::string address = v().text("address");
+    EXPECT_EQ(textOf(out.get()), std::u16string(address.begin(), address.end()));
+    EXPECT_EQ(
+        logMessagesOf("readCSCA"),
+        (std::vector<std::string>{"check at status:0\n", "szcsca:" + v().text("logged") + "\n"}));
+    expectRequestForm(modem, 4);
 }
+SMSPB_VECTORS(ServiceCentreReply, "centre_replies.txt");
 
 TEST_F(ServiceCentre, WithFewerThanTwoQuotesIs22) {
     for (const char *reply : {"\r\nOK\r\n", "+CSCA: \"+49", "+CSCA: +49,145\r\nOK\r\n", ""}) {
@@ -614,36 +553,31 @@ struct CentreCase {
 };
 
 std::vector<CentreCase> centreCases() {
-    return {
-        {                                  {{ASK_CHARSET, IRA}, {SET_CENTRE, OK}},0                                                                                  },
-        {                  {{ASK_CHARSET, "+CSCS: \"GSM\" OK"}, {SET_CENTRE, OK}},  0},
-        {               {{ASK_CHARSET, "+CSCS: \"8859-1\" OK"}, {SET_CENTRE, OK}},  0},
-        {                               {{ASK_CHARSET, IRA}, {SET_CENTRE, ERROR}}, 26},
-        {                     {{ASK_CHARSET, IRA}, {SET_CENTRE, "+CMS ERROR: 3"}}, 22},
-        {                            {{ASK_CHARSET, IRA}, {SET_CENTRE, NO_REPLY}}, 20},
- // asking for the character set fails: nothing is set
-        {                                                  {{ASK_CHARSET, ERROR}}, 20},
-        {                                        {{ASK_CHARSET, "+CMS ERROR: 3"}}, 20},
-        {                                               {{ASK_CHARSET, NO_REPLY}}, 20},
- // UCS2 is switched to IRA and back, whatever becomes of the switches
-        {                                   {{ASK_CHARSET, UCS2},
-                                   {"AT+CSCS=\"IRA\"\r", OK},
-                                   {SET_CENTRE, OK},
-                                   {"AT+CSCS=\"UCS2\"\r", OK}},
-         0                                                                           },
-        {                             {{ASK_CHARSET, UCS2},
-                             {"AT+CSCS=\"IRA\"\r", ERROR},
-                             {SET_CENTRE, OK},
-                             {"AT+CSCS=\"UCS2\"\r", NO_REPLY}},
-         0                                                                           },
-        {                                {{ASK_CHARSET, UCS2},
-                                {"AT+CSCS=\"IRA\"\r", NO_REPLY},
-                                {SET_CENTRE, ERROR},
-                                {"AT+CSCS=\"UCS2\"\r", ERROR}},
-         26                                                                          },
- // without a reply it stays switched
-        {{{ASK_CHARSET, UCS2}, {"AT+CSCS=\"IRA\"\r", OK}, {SET_CENTRE, NO_REPLY}}, 20},
+    const auto ask = [](Reply reply) { return Exchange(ASK_CHARSET, std::move(reply)); };
+    const auto set = [](Reply reply) { return Exchange(SET_CENTRE, std::move(reply)); };
+    const auto toIra = [](Reply reply) { return Exchange("AT+CSCS=\"IRA\"\r", std::move(reply)); };
+    const auto back = [](Reply reply) { return Exchange("AT+CSCS=\"UCS2\"\r", std::move(reply)); };
+    std::vector<CentreCase> cases;
+    const auto add = [&](u32 status, std::vector<Exchange> script) {
+        cases.push_back({std::move(script), status});
     };
+    add(0, {ask(IRA), set(OK)});
+    add(0, {ask("+CSCS: \"GSM\" OK"), set(OK)});
+    add(0, {ask("+CSCS: \"8859-1\" OK"), set(OK)});
+    add(26, {ask(IRA), set(ERROR)});
+    add(22, {ask(IRA), set("+CMS ERROR: 3")});
+    add(20, {ask(IRA), set(NO_REPLY)});
+    // Asking for the character set fails: nothing is set.
+    add(20, {ask(ERROR)});
+    add(20, {ask("+CMS ERROR: 3")});
+    add(20, {ask(NO_REPLY)});
+    // UCS2 is switched to IRA and back, whatever becomes of the switches.
+    add(0, {ask(UCS2), toIra(OK), set(OK), back(OK)});
+    add(0, {ask(UCS2), toIra(ERROR), set(OK), back(NO_REPLY)});
+    add(26, {ask(UCS2), toIra(NO_REPLY), set(ERROR), back(ERROR)});
+    // Without a reply it stays switched.
+    add(20, {ask(UCS2), toIra(OK), set(NO_REPLY)});
+    return cases;
 }
 
 TEST_F(CentreNumber, IsSetInAnyCharacterSetButUcs2) {
@@ -725,32 +659,18 @@ TEST_F(CentreNumber, ThatIsRefusedLeavesTheCacheAlone) {
 
 // ---- the character set
 
-TEST_F(CharacterSet, IsLookedForInTheOrderUcs2IraGsm) {
-    static const struct {
-        const char *reply;
-        u32 code;
-    } CASES[] = {
-        {    "\r\n+CSCS: \"IRA\"\r\n\r\nOK\r\n",     CHARSET_IRA},
-        {    "\r\n+CSCS: \"GSM\"\r\n\r\nOK\r\n",     CHARSET_GSM},
-        {   "\r\n+CSCS: \"UCS2\"\r\n\r\nOK\r\n",    CHARSET_UCS2},
-        { "\r\n+CSCS: \"8859-1\"\r\n\r\nOK\r\n", CHARSET_UNKNOWN},
-        {                          "\r\nOK\r\n", CHARSET_UNKNOWN},
-        {                                    "", CHARSET_UNKNOWN},
-        {"+CSCS: (\"GSM\",\"IRA\",\"UCS2\") OK",    CHARSET_UCS2},
-        {         "+CSCS: (\"GSM\",\"IRA\") OK",     CHARSET_IRA},
-        {                   "+CSCS: \"UCS\" OK", CHARSET_UNKNOWN},
-        {                   "+CSCS: \"ira\" OK", CHARSET_UNKNOWN},
-        {                                "UCS2",    CHARSET_UCS2}, // anywhere, without a final result
-    };
-    for (const auto &c : CASES) {
-        const ScriptedModem modem({
-            {ASK_CHARSET, c.reply}
-        });
-        u32 code = 77;
-        EXPECT_EQ(getEcodingFormat(&code), 0U) << c.reply;
-        EXPECT_EQ(code, c.code) << c.reply;
-        expectRequestForm(modem, 4);
-    }
+TEST_P(CharacterSetReply, GivesItsCode) {
+    const ScriptedModem modem({
+        {ASK_CHARSET, withCharacters(v().text("reply"))}
+    });
+    u32 code = 77;
+    EXPECT_EQ(getEcodingFormat(&code), 0U);
+    EXPECT_EQ(code, v().number("code"));
+    expectRequestForm(modem, 4);
+}
+SMSPB_VECTORS(CharacterSetReply, "charset_replies.txt");
+
+TEST_F(CharacterSet, CodesAreTheInterfaces) {
     EXPECT_EQ(CHARSET_UNKNOWN, 0U);
     EXPECT_EQ(CHARSET_IRA, 1U);
     EXPECT_EQ(CHARSET_GSM, 2U);

@@ -22,8 +22,10 @@ class TextLength : public LibraryTest {};
 class CodingChoice : public LibraryTest {};
 class UnitToSeptet : public LibraryTest {};
 class TextToSeptets : public LibraryTest {};
+class KnownSeptets : public LibraryVectorTest {};
 class SeptetsToText : public LibraryTest {};
 class NetworkOrder : public LibraryTest {};
+class KnownUnits : public LibraryVectorTest {};
 class UnicodeToUtf8 : public LibraryTest {};
 class Utf8ToUnicode : public LibraryTest {};
 class Utf8LeadOctet : public LibraryTest {};
@@ -254,27 +256,15 @@ std::u16string decodeSeptets(const std::vector<u8> &septets, u32 count, u32 capa
     return {out.get(), out.get() + written};
 }
 
-TEST_F(SeptetsToText, KnownSeptets) {
-    static const struct {
-        const char *septets;
-        std::u16string_view text;
-    } CASES[] = {
-        {                                       "48 65 6C 6C 6F",           u"Hello"},
-        {                                             "00 02 09",        u"@$\u00E7"},
-        {                                                "1B 41",          u"\u00A0"}, // no such extension: consumed all the same
-        {                                                "1B 28",               u"{"},
-        {                                                "1B 65",          u"\u00A0"}, // the standard's euro sign is none here
-        {                                             "1B 1B 28",         u"\u00A0("},
-        {                                          "61 1B 3C 62",             u"a[b"},
-        {                                             "80 FF 9B",             u"   "}, // not septets
-        {                                             "1B 80 61",         u"\u00A0a"},
-        {"1B 0A 1B 14 1B 28 1B 29 1B 2F 1B 3C 1B 3D 1B 3E 1B 40", u"\u000C^{}\\[~]|"},
-    };
-    for (const auto &c : CASES) {
-        const std::vector<u8> septets = octets(c.septets);
-        const std::u16string text = decodeSeptets(septets, static_cast<u32>(septets.size()), 20);
-        EXPECT_EQ(reference::utf8(text), reference::utf8(c.text)) << c.septets;
-    }
+TEST_P(KnownSeptets, AreTheirText) {
+    const std::vector<u8> septets = v().octets("septets");
+    const std::u16string text = decodeSeptets(septets, static_cast<u32>(septets.size()), 20);
+    EXPECT_EQ(reference::utf8(text), v().text("text"));
+}
+SMSPB_VECTORS(KnownSeptets, "septets.txt");
+
+TEST_F(SeptetsToText, TheExtensionOfALineFeedIsAFormFeed) {
+    EXPECT_EQ(decodeSeptets(octets("1B 0A"), 2, 5), u"\u000C");
 }
 
 TEST_F(SeptetsToText, AgreesWithTheReferenceForEveryOctet) {
@@ -398,42 +388,26 @@ TEST_F(UnicodeToUtf8, OfEveryUnitAtTheCapacityThatFitsAndTheOneThatDoesNot) {
     }
 }
 
-TEST_F(UnicodeToUtf8, KnownUnits) {
-    static const struct {
-        std::vector<u16> text;
-        u32 capacity;
-        i32 result;
-        const char *octets;
-    } CASES[] = {
-        {                                {0x0041},  2,  1,                               "41 00"},
-        {                                {0x0041},  1, -1,                                    ""},
-        {                                {0x0041},  0, -1,                                    ""},
-        {                                {0x00E9},  3,  2,                            "C3 A9 00"},
-        {                                {0x00E9},  2, -2,                                    ""},
-        {                                {0x20AC},  4,  3,                         "E2 82 AC 00"},
-        {                                {0x20AC},  3, -4,                                    ""},
-        {                                {0xD83D},  5,  2,                            "F0 8F 00"}, // two octets for each surrogate alike
-        {                                {0xDE00},  5,  2,                            "F2 81 00"},
-        {                        {0xD83D, 0xDE00},  7,  4,                      "F0 8F F2 81 00"},
-        {                                {0xD83D},  4, -3,                                    ""},
-        {                                {0xD801},  5,  2,                            "F0 81 00"},
-        {                                {0xDFFE},  5,  2,                            "F4 8F 00"},
-        {                                {0xD800},  4,  3,                         "ED A0 80 00"}, // the first and the last are no exception
-        {                                {0xDFFF},  4,  3,                         "ED BF BF 00"},
-        {                                {0xD800},  3, -4,                                    ""},
-        {                                {0x0000},  2,  1,                               "00 00"},
-        {{0x007F, 0x0080, 0x07FF, 0x0800, 0xFFFF}, 20, 11, "7F C2 80 DF BF E0 A0 80 EF BF BF 00"},
-    };
-    for (const auto &c : CASES) {
-        const Guarded<u16> text(c.text);
-        Guarded<u8> out(c.capacity);
-        const std::vector<u8> expected = octets(c.octets);
-        EXPECT_EQ(UnicodeToUTF8(text.get(), static_cast<u32>(c.text.size()), out.get(), c.capacity),
-                  c.result)
-            << c.octets;
-        EXPECT_EQ(hex({out.get(), out.get() + expected.size()}), hex(expected));
+std::vector<u16> unitsOf(const std::vector<u8> &octetPairs) {
+    std::vector<u16> result;
+    for (std::size_t i = 0; i < octetPairs.size(); i += 2) {
+        result.push_back(static_cast<u16>(octetPairs[i] << 8 | octetPairs[i + 1]));
     }
+    return result;
 }
+
+TEST_P(KnownUnits, AreTheirOctets) {
+    const std::vector<u16> source = unitsOf(v().octets("units"));
+    const Guarded<u16> text(source);
+    const Guarded<u8> out(v().number("capacity"));
+    EXPECT_EQ(UnicodeToUTF8(text.get(), static_cast<u32>(source.size()), out.get(),
+                            static_cast<u32>(out.size())),
+              std::stoi(v().text("result")));
+    if (!v().has("octets")) { return; }
+    const std::vector<u8> expected = v().octets("octets");
+    EXPECT_EQ(hex({out.get(), out.get() + expected.size()}), hex(expected));
+}
+SMSPB_VECTORS(KnownUnits, "utf8.txt");
 
 TEST_F(UnicodeToUtf8, OfNothingIsTheZeroOctet) {
     const Guarded<u16> text(units(u""));

@@ -239,6 +239,13 @@ TEST_F(PduDecoder, TheTpduDecodersOwnResultIsNotLookedAt) {
     }
 }
 
+TEST_F(PduDecoder, WithoutAServiceCentreTheAddressIsEmptyWhateverTheRecordHeld) {
+    SmsAtMessage message = {};
+    ASSERT_EQ(wms_decode_at_cmd_pdu(GOOD_PDU.c_str(), &message), 0U);
+    ASSERT_EQ(wms_decode_at_cmd_pdu(("00" + TPDU).c_str(), &message), 0U);
+    EXPECT_EQ(message.service_centre.number_of_digits, 0);
+}
+
 TEST_F(PduDecoder, MissingOctetsReadAsZero) {
     SmsAtMessage message = {};
     ASSERT_EQ(wms_decode_at_cmd_pdu(std::string(510, 'F').c_str(), &message), 202U);

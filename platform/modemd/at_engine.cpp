@@ -171,6 +171,8 @@ void AtEngine::onProbeTimeout() {
 void AtEngine::onSettled() {
     disarm();
     spdlog::debug("in step with the modem");
+    if (lateLines_ > 0) { spdlog::warn("{} late lines of the modem dropped", lateLines_); }
+    lateLines_ = 0;
     owed_ = 0;
     state_ = State::READY;
     if (exchange_) { begin(); }
@@ -191,6 +193,8 @@ void AtEngine::onReplyTimeout() {
         onLost("it takes no octets");
         return;
     }
+    spdlog::info("no final result within {} ms, {} octets of a reply until then",
+                 exchange_->command.wait.count(), reply_.text().size());
     finish(Ending::SILENCE);
 }
 
@@ -258,7 +262,11 @@ void AtEngine::onReplyLine(std::string_view raw) {
 // Of a command that timed out, or the answer to the probe.
 void AtEngine::onLateLine(std::string_view line) {
     spdlog::debug("late line dropped: {}", printable(line));
-    if (!isFinalResult(line, reply_.sent())) { return; }
+    if (PROBE.starts_with(line)) { return; } // its echo
+    if (!isFinalResult(line, reply_.sent())) {
+        lateLines_++;
+        return;
+    }
     owed_ = owed_ > 0 ? owed_ - 1 : 0;
     if (state_ != State::SYNCHRONISING) { return; }
     if (owed_ == 0) {

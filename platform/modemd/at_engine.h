@@ -120,6 +120,7 @@ private:
     std::optional<Exchange> exchange_; // runs, or waits until both sides are in step
     bool lineIsOlder_ = false;         // the line under way began before the command was sent
     unsigned owed_ = 0;                // final results that the modem may still give
+    unsigned lateLines_ = 0;           // dropped, final results aside
     bool probedTwice_ = false;
     std::chrono::milliseconds settle_{0};
 };

@@ -63,7 +63,7 @@ void ModemService::selectPduMode() {
         if (reply.ending == Ending::RESULT && endsInOk(reply.text)) {
             announce();
         } else {
-            end(reply, "AT+CMGF=0");
+            end(reply, "the modem does not take PDU mode");
         }
     });
 }
@@ -73,18 +73,19 @@ void ModemService::announce() {
         if (reply.ending == Ending::PROMPT) {
             handOver();
         } else if (reply.ending == Ending::RESULT && endsInOk(reply.text)) {
-            end({Ending::PROMPT, {}}, "OK in place of the prompt");
+            end({Ending::PROMPT, {}}, "OK came in place of the prompt");
         } else if (reply.ending == Ending::SILENCE) {
-            end({Ending::PROMPT, {}}, "no prompt");
+            end({Ending::PROMPT, {}}, "no prompt came");
         } else {
-            end(reply, "the length");
+            end(reply, "the modem does not take the length");
         }
     });
 }
 
 void ModemService::handOver() {
-    runStep({message_.pdu + CTRL_Z, OK_MARKER, waits_.delivery, false},
-            [this](const Reply &reply) { end(reply, "the PDU, which may have gone out,"); });
+    runStep({message_.pdu + CTRL_Z, OK_MARKER, waits_.delivery, false}, [this](const Reply &reply) {
+        end(reply, "the PDU is handed over and may have gone out");
+    });
 }
 
 void ModemService::runStep(Command step, AtEngine::OnReply onReply) {
@@ -93,9 +94,9 @@ void ModemService::runStep(Command step, AtEngine::OnReply onReply) {
     engine_.run(std::move(step), std::move(onReply));
 }
 
-void ModemService::end(const Reply &reply, const char *step) {
+void ModemService::end(const Reply &reply, const char *why) {
     if (reply.ending != Ending::RESULT) {
-        spdlog::warn("{}: failed at {}", commandName(message_.command), step);
+        spdlog::warn("{} given up: {}", commandName(message_.command), why);
     }
     answer(failureOf(reply));
 }

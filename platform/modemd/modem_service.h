@@ -41,7 +41,7 @@ private:
     void handOver();
     void runStep(Command step, AtEngine::OnReply onReply);
     // Ends the request with what the engine gave in place of the step's success.
-    void end(const Reply &reply, const char *step);
+    void end(const Reply &reply, const char *why);
     void answer(const Answer &answer);
 
     AtEngine &engine_;

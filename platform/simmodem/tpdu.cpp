@@ -134,22 +134,28 @@ std::uint8_t typeOfAddress(std::string_view number) {
     return low8(TOA_ALWAYS | flag(number.starts_with('+'), TOA_INTERNATIONAL) | TOA_TELEPHONE);
 }
 
-// TS 23.038, 4: whether TP-UDL counts septets.
+// TS 23.038, 4: what TP-UDL counts, by the coding group in the high half of TP-DCS.
+enum class Unit { septet, octet, byAlphabet, byAlphabetBit };
+// clang-format off
+constexpr std::array<Unit, 16> UNITS = {
+    Unit::byAlphabet, Unit::byAlphabet, Unit::octet,  Unit::octet,  // 00..: general, compressed
+    Unit::byAlphabet, Unit::byAlphabet, Unit::octet,  Unit::octet,  // 01..: deleted by itself, likewise
+    Unit::septet,     Unit::septet,     Unit::septet, Unit::septet, // 10..: reserved
+    Unit::septet,     Unit::septet,                                 // 1100, 1101: waiting, 7-bit
+    Unit::octet,                                                    // 1110: waiting, UCS-2
+    Unit::byAlphabetBit,                                            // 1111: class
+};
+// clang-format on
+
 bool countsSeptets(std::uint8_t dcs) {
-    const unsigned alphabet = (dcs >> 2) & 3U; // 1 octets, 2 UCS-2; 3 is reserved, read as 0
-    switch (dcs >> 4) {
-    case 0x0:
-    case 0x1:
-    case 0x4:
-    case 0x5: return alphabet != 1 && alphabet != 2;
-    case 0x2:
-    case 0x3:
-    case 0x6:
-    case 0x7: return false; // compressed
-    case 0xE: return false; // message waiting, UCS-2
-    case 0xF: return (dcs & 0x04U) == 0;
-    default: return true;
+    const unsigned alphabet = dcs >> 2 & 3U; // 0 seven bits, 1 octets, 2 UCS-2; 3 reserved, as 0
+    switch (UNITS.at(dcs >> 4)) {
+    case Unit::septet: return true;
+    case Unit::octet: return false;
+    case Unit::byAlphabet: return alphabet == 0 || alphabet == 3;
+    case Unit::byAlphabetBit: return (alphabet & 1U) == 0;
     }
+    return true;
 }
 
 std::size_t userDataOctets(std::uint8_t dcs, std::uint8_t length) {

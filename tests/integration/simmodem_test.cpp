@@ -10,16 +10,20 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <optional>
+#include <initializer_list>
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -44,11 +48,6 @@ const std::string TIME = "<time>";             // stands for any TP-SCTS
 std::string submit(const std::string &destination, const std::string &body,
                    const std::string &first = "01") {
     return "00" + first + "00" + destination + "00" + body;
-}
-
-// The same, with the service centre in front, as it comes back: 24 octets when the body is HELLO.
-std::string deliver(const std::string &body, const std::string &first = "04") {
-    return CENTRE + first + OWN + "00" + body.substr(0, 2) + TIME + body.substr(2);
 }
 
 // ---- a process ----
@@ -127,10 +126,12 @@ public:
         output_.reset(out[0]);
     }
     ~Process() {
-        if (pid_ > 0) { end(SIGTERM); }
+        if (runs()) { end(SIGTERM); }
     }
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
+
+    bool runs() const { return pid_ > 0; } // not ended by end() yet
 
     std::string readLine() {
         const auto until = steady_clock::now() + SOON;
@@ -184,6 +185,14 @@ public:
         EXPECT_EQ(process_.readLine(), "ready: " + link().string() + "\n");
         open();
     }
+    ~Modem() {
+        if (!process_.runs()) { return; }
+        const Outcome outcome = process_.end(SIGTERM);
+        EXPECT_EQ(outcome.status, 0) << "the modem died";
+        EXPECT_EQ(outcome.output, "");
+    }
+    Modem(const Modem &) = delete;
+    Modem &operator=(const Modem &) = delete;
 
     fs::path link() const { return directory_ / "modem"; }
     Process &process() { return process_; }
@@ -222,13 +231,10 @@ public:
         return readReply();
     }
 
-    // The prompted commands: the length counts the TPDU alone.
-    std::string askWithPdu(const std::string &command, const std::string &pdu,
-                           const std::string &more = "") {
-        const std::size_t centre = 2 * (1 + std::stoul(pdu.substr(0, 2), nullptr, 16));
-        const std::string length = std::to_string((pdu.size() - centre) / 2);
-        const std::string prompt = ask(command + "=" + length + more);
-        return prompt == "\r\n> " ? ask(pdu + "\x1A") : prompt;
+    // Sends a message of 18 octets.
+    std::string send(const std::string &pdu) {
+        const std::string prompt = ask("AT+CMGS=18");
+        return prompt == "\r\n> " ? ask(pdu) : prompt;
     }
 
 private:
@@ -261,18 +267,11 @@ std::string withoutTimes(const std::string &expected, std::string actual) {
     return actual;
 }
 
-// ---- command -> reply ----
-
-struct Step {
-    std::string send;  // a command line; data and raw text end in Ctrl-Z, ESC or CR of their own
-    std::string reply; // all that comes, to its last character
-};
-
-struct Script {
-    const char *name;
-    std::vector<std::string> options;
-    std::vector<Step> steps;
-};
+const std::string OK = "\r\nOK\r\n";
+const std::string ERROR = "\r\nERROR\r\n";
+const std::string PROMPT = "\r\n> ";
+const std::string HELLO_SELF = submit(OWN, HELLO) + "\x1A";
+const std::string HELLO_OTHER = submit(OTHER, HELLO) + "\x1A";
 
 std::string lines(std::initializer_list<std::string> texts) {
     std::string all;
@@ -280,783 +279,147 @@ std::string lines(std::initializer_list<std::string> texts) {
     return all;
 }
 std::string okay(const std::string &information) { return lines({information, "OK"}); }
+std::string cms(int code) { return lines({"+CMS ERROR: " + std::to_string(code)}); }
+std::string sent(int reference) { return okay("+CMGS: " + std::to_string(reference)); }
 
-const std::string OK = "\r\nOK\r\n";
-const std::string ERROR = "\r\nERROR\r\n";
-const std::string PROMPT = "\r\n> ";
-std::string cms(int code) { return "\r\n+CMS ERROR: " + std::to_string(code) + "\r\n"; }
+template <typename Row> std::string nameOf(const ::testing::TestParamInfo<Row> &info) {
+    return info.param.name;
+}
 
-// Runs the steps one after the other; each reply must be exactly what is expected.
-void run(Modem &modem, const std::vector<Step> &steps) {
-    for (const Step &step : steps) {
-        const char last = step.send.empty() ? '\0' : step.send.back();
-        const bool ended = last == '\r' || last == '\x1A' || last == '\x1B' || last == '/';
-        modem.write(ended ? step.send : step.send + "\r");
-        const auto size = [&](const std::string &text) {
+// ---- conversations from tests/vectors/at_dialogues.txt ----
+
+struct Step {
+    std::string send, reply; // to the last character; the reply may hold "<time>"
+};
+
+struct Script {
+    std::string sentence;
+    int line = 0; // of the file
+    std::vector<std::string> options;
+    std::vector<Step> steps;
+};
+
+void PrintTo(const Script &script, std::ostream *out) {
+    *out << "at_dialogues.txt:" << script.line << " [" << script.sentence << "]";
+}
+
+class DialogueFile {
+public:
+    DialogueFile() {
+        std::ifstream in(SMSPB_VECTORS_DIR "/at_dialogues.txt");
+        int number = 0;
+        for (std::string line; std::getline(in, line);) {
+            number++;
+            if (line.empty() || line.front() == '#') { continue; }
+            if (!takeLine(line, number)) {
+                std::fprintf(stderr, "at_dialogues.txt:%d: not understood: %s\n", number,
+                             line.c_str());
+                std::exit(2);
+            }
+        }
+    }
+
+    std::vector<Script> scripts;
+
+private:
+    bool takeLine(const std::string &line, int number) {
+        const std::string text = line.size() > 2 ? expanded(line.substr(2)) : "";
+        if (line.starts_with("let ")) { return takeDefinition(line.substr(4)); }
+        if (line.front() == '[') {
+            scripts.push_back({line.substr(1, line.rfind(']') - 1), number, {}, {}});
+            return true;
+        }
+        if (scripts.empty()) { return false; }
+        Script &script = scripts.back();
+        if (line.starts_with("--")) {
+            const std::size_t blank = line.find(' ');
+            script.options.insert(script.options.end(),
+                                  {line.substr(0, blank), line.substr(blank + 1)});
+            return true;
+        }
+        if (line.starts_with("> ")) {
+            const bool ended =
+                text.ends_with('\r') || text.ends_with('\x1A') || text.ends_with('\x1B');
+            script.steps.push_back({ended ? text : text + "\r", ""});
+            return true;
+        }
+        return !script.steps.empty() && takeReply(line, text, script.steps.back().reply);
+    }
+
+    static bool takeReply(const std::string &line, const std::string &text, std::string &reply) {
+        if (line == "?") {
+            reply += PROMPT;
+        } else if (line.starts_with("< ")) {
+            reply += "\r\n" + text + "\r\n";
+        } else if (line.starts_with("| ")) {
+            reply += text + "\r\n";
+        } else if (line.starts_with("= ")) {
+            reply += text;
+        } else {
+            return false;
+        }
+        return true;
+    }
+
+    bool takeDefinition(const std::string &text) {
+        const std::size_t equals = text.find(" = ");
+        if (equals == std::string::npos) { return false; }
+        const std::string name = text.substr(0, text.find(' '));
+        names_.emplace_back("<" + name + ">", expanded(text.substr(equals + 3)));
+        return true;
+    }
+
+    std::string expanded(std::string text) const {
+        for (const auto &[name, value] : names_) {
+            for (std::size_t at = text.find(name); at != std::string::npos;
+                 at = text.find(name, at)) {
+                text.replace(at, name.size(), value);
+            }
+        }
+        return text;
+    }
+
+    std::vector<std::pair<std::string, std::string>> names_ = {
+        {    "<CR>",   "\r"},
+        {    "<LF>",   "\n"},
+        {    "<BS>",   "\b"},
+        {"<CTRL-Z>", "\x1A"},
+        {   "<ESC>", "\x1B"},
+        {    "<01>", "\x01"}
+    };
+};
+
+// "a message to itself" -> "AMessageToItself".
+std::string sentenceName(const ::testing::TestParamInfo<Script> &info) {
+    std::string name;
+    bool begins = true;
+    for (const char c : info.param.sentence) {
+        const bool letter = std::isalnum(static_cast<unsigned char>(c)) != 0;
+        if (letter) {
+            name += begins ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
+        }
+        begins = !letter;
+    }
+    return name;
+}
+
+class AtDialogue : public ::testing::TestWithParam<Script> {};
+
+TEST_P(AtDialogue, Runs) {
+    Quiet modem(GetParam().options);
+    for (const Step &step : GetParam().steps) {
+        modem.write(step.send);
+        const std::string reply = modem.readUntil([&](const std::string &text) {
             return withoutTimes(step.reply, text).size() >= step.reply.size();
-        };
-        const std::string reply = modem.readUntil(size);
+        });
         ASSERT_EQ(withoutTimes(step.reply, reply), step.reply) << "to " << step.send;
     }
     modem.write("AT\r"); // nothing more may stand between the last reply and this one
     EXPECT_EQ(modem.readReply(), OK);
 }
 
-class Scripts : public ::testing::TestWithParam<Script> {};
-
-TEST_P(Scripts, Run) {
-    Quiet modem(GetParam().options);
-    run(modem, GetParam().steps);
-}
-
-template <typename Row> std::string nameOf(const ::testing::TestParamInfo<Row> &info) {
-    return info.param.name;
-}
-
-const std::string LONG_LINE(2100, 'E');
-
-INSTANTIATE_TEST_SUITE_P(
-    Line, Scripts,
-    ::testing::Values(
-        Script{
-            "LowerCaseIsUpperCase", {                             },
-             {{"at+cmgf?", okay("+CMGF: 0")}}
-},
-        Script{"MixedPrefixIsTolerated", {}, {{"aT", OK}, {"At", OK}}},
-        Script{"BlanksMeanNothing",
-               {},
-               {{"AT+CSCA = \"+123\"", OK},
-                {"AT + C S C A ?", okay("+CSCA: \"+123\",145")},
-                {"AT+CPMS= , \"ME\" ", okay("+CPMS: 0,50,0,100,0,50")}}},
-        Script{"LineFeedBehindTheLineIsSkipped", {}, {{"AT\r\nAT\r", OK + OK}}},
-        Script{"CharactersBeforeAtAreSkipped", {}, {{"xyz\x1B\x01 AAT", OK}}},
-        Script{"SlashRepeatsTheLastLine",
-               {},
-               {{"AT+CSQ", okay("+CSQ: 21,99")},
-                {"A/", okay("+CSQ: 21,99")},
-                {"a/", okay("+CSQ: 21,99")}}},
-        Script{"BackspaceTakesACharacterBack", {}, {{"AT+CSX\bQ", okay("+CSQ: 21,99")}}},
-        Script{"ControlCharactersInALineMeanNothing",
-               {},
-               {{"AT+\x01"
-                 "CSQ\n",
-                 okay("+CSQ: 21,99")}}},
-        Script{
-            "SemicolonSeparatesCommands",
-            {},
-            {{"AT+CMGF?;+CSQ;+CSCS?", lines({"+CMGF: 0", "+CSQ: 21,99", "+CSCS: \"IRA\"", "OK"})}}},
-        Script{"SemicolonAtTheEndIsTolerated", {}, {{"AT+CMEE=1;+CMEE?;", okay("+CMEE: 1")}}},
-        Script{"SemicolonInAStringBelongsToIt",
-               {},
-               {{"AT+CSCB=0,\"1;2\";+CSCB?", okay("+CSCB: 0,\"1;2\",\"\"")}}},
-        Script{"BasicCommandsStandSideBySide",
-               {},
-               {{"ATE0Q0V1X4&C1&D2+CMEE=2;+CMEE?", okay("+CMEE: 2")}}},
-        Script{"AnErrorEndsTheLine",
-               {},
-               {{"AT+CMEE=1;+CNOSUCH;+CMEE=2", "\r\n+CME ERROR: 4\r\n"},
-                {"AT+CMEE?", okay("+CMEE: 1")}}},
-        Script{"InformationBeforeAnErrorStays",
-               {},
-               {{"AT+CSQ;+CMGR=7", lines({"+CSQ: 21,99", "+CMS ERROR: 321"})}}},
-        Script{"EscapedCharactersInStringsAreRead",
-               {},
-               {{"AT+CSCB=0,\"1\\2c2\"", OK}, {"AT+CSCB?", okay("+CSCB: 0,\"1,2\",\"\"")}}},
-        Script{"MalformedCommandsAreRefused",
-               {},
-               {{"AT+CSCA=\"+1", ERROR},
-                {"AT+CSCA=\"+1\"2", ERROR},
-                {"AT+CMGF?1", ERROR},
-                {"ATE=1", ERROR},
-                {"AT&", ERROR},
-                {"AT!", ERROR},
-                {"AT99999999999", ERROR},
-                {"ATE99999999999", ERROR}}},
-        Script{"OverlongLineIsRefused", {}, {{"AT" + LONG_LINE, ERROR}, {"AT", OK}}},
-        Script{
-            "ShortResultsWithoutVerbose",
-            {},
-            {{"ATV0", "0\r"}, {"AT+CSQ", "+CSQ: 21,99\r\n0\r"}, {"AT+CNO", "4\r"}, {"ATV1", OK}}},
-        Script{"QuietSuppressesResults", {}, {{"ATQ1+CSQ", "\r\n+CSQ: 21,99\r\n"}, {"ATQ0", OK}}},
-        Script{"TerminatorAndLineFeedAreRegisters",
-               {},
-               {{"ATS3?", okay("013")},
-                {"ATS4=33", "\r!OK\r!"},
-                {"ATS4=10", OK},
-                {"ATS3=35\r", "#\nOK#\n"},
-                {"AT#AT+CSQ#AT S3=13#\r", "#\nOK#\n#\n+CSQ: 21,99#\n#\nOK#\n\r\nOK\r\n"}}},
-        Script{"UnknownRegistersAreRefused",
-               {},
-               {{"ATS99?", ERROR}, {"ATS99=1", ERROR}, {"ATS3=200", ERROR}, {"ATS0=2", OK}}},
-        Script{"BasicNumbersHaveARange", {}, {{"ATE2", ERROR}, {"ATV3", ERROR}, {"ATX4", OK}}},
-        Script{
-            "CallsFindNoCarrier",
-            {},
-            {{"ATD*99#;+CSQ", "\r\nNO CARRIER\r\n"}, {"ATO", "\r\nNO CARRIER\r\n"}, {"ATH", OK}}}),
-    nameOf<Script>);
-
-INSTANTIATE_TEST_SUITE_P(
-    Settings, Scripts,
-    ::testing::Values(
-        Script{
-            "IdentificationIsGiven",
-            {                                                },
-            { {"ATI", okay("Manufacturer: smspb\r\nModel: simulated modem\r\nRevision: 1.0.0")},{"AT+CGMI", okay("smspb")},
-              {"AT+CGMM", okay("simulated modem")},
-              {"AT+CGMR", okay("1.0.0")},
-              {"AT+CGSN", okay("490154203237518")},
-              {"AT+GMI;+GMM;+GMR;+GSN",
-              lines({"smspb", "simulated modem", "1.0.0", "490154203237518", "OK"})},
-              {"AT+GCAP", okay("+GCAP: +CGSM")},
-              {"AT+CIMI", okay("001010123456789")},
-              {"AT+CNUM", okay("+CNUM: ,\"+15550001000\",145")}}
-},
-        Script{"TestFormsShowTheRanges",
-               {},
-               {{"AT+CMGF=?", okay("+CMGF: (0,1)")},
-                {"AT+CPMS=?", okay("+CPMS: (\"ME\",\"SM\"),(\"ME\",\"SM\"),(\"ME\",\"SM\")")},
-                {"AT+CNMI=?", okay("+CNMI: (0-3),(0-3),(0-3),(0-2),(0,1)")},
-                {"AT+CSCS=?", okay("+CSCS: (\"IRA\",\"GSM\",\"UCS2\")")},
-                {"AT+CMGL=?", okay("+CMGL: (0-4)")},
-                {"AT+CMGD=?", okay("+CMGD: (),(0-4)")},
-                {"AT+CSCB=?", okay("+CSCB: (0,1)")},
-                {"AT+CMEE=?", okay("+CMEE: (0-2)")},
-                {"AT+CREG=?", okay("+CREG: (0-2)")},
-                {"AT+CSMS=?", okay("+CSMS: (0)")},
-                {"AT+CSQ=?", okay("+CSQ: (0-31,99),(0-7,99)")},
-                {"AT+CSCA=?;+CMGS=?;+CMGW=?;+CMGR=?;+CMSS=?;+CPIN=?;+CGMI=?", OK}}},
-        Script{"ErrorReportsFollowTheirSetting",
-               {},
-               {{"AT+CNOSUCH", ERROR},
-                {"AT+CMEE=1", OK},
-                {"AT+CNOSUCH", "\r\n+CME ERROR: 4\r\n"},
-                {"AT+CSCS=\"NONE\"", "\r\n+CME ERROR: 50\r\n"},
-                {"AT+CMEE=2", OK},
-                {"AT+CNOSUCH", "\r\n+CME ERROR: operation not supported\r\n"},
-                {"AT+CSCS=\"NONE\"", "\r\n+CME ERROR: incorrect parameters\r\n"},
-                {"AT+CPIN=\"1234\"", "\r\n+CME ERROR: operation not allowed\r\n"},
-                {"AT+CMEE=3", "\r\n+CME ERROR: incorrect parameters\r\n"},
-                {"AT+CMEE=1,1", "\r\n+CME ERROR: incorrect parameters\r\n"},
-                {"AT+CMEE", "\r\n+CME ERROR: operation not supported\r\n"},
-                {"AT+CMEE?", okay("+CMEE: 2")},
-                {"AT+CMEE=", OK},
-                {"AT+CMEE?", okay("+CMEE: 0")}}},
-        Script{"MessageErrorsAreNumbersWhateverTheSetting",
-               {},
-               {{"AT+CMGR=1", cms(321)}, {"AT+CMEE=2;+CMGR=1", cms(321)}}},
-        Script{"SimAndNetworkAreThere",
-               {},
-               {{"AT+CPIN?", okay("+CPIN: READY")},
-                {"AT+CREG?", okay("+CREG: 0,1")},
-                {"AT+CREG=2", OK},
-                {"AT+CREG?", okay("+CREG: 2,1,\"00C3\",\"000012AB\"")},
-                {"AT+CREG=3", ERROR},
-                {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"CharacterSetIsKept",
-               {},
-               {{"AT+CSCS?", okay("+CSCS: \"IRA\"")},
-                {"AT+CSCS=\"GSM\"", OK},
-                {"AT+CSCS?", okay("+CSCS: \"GSM\"")},
-                {"AT+CSCS=\"UCS2\"", OK},
-                {"AT+CSCS?", okay("+CSCS: \"UCS2\"")},
-                {"AT+CSCS=GSM", ERROR},
-                {"AT+CSCS=\"\"", ERROR},
-                {"AT+CSCS?", okay("+CSCS: \"UCS2\"")}}},
-        Script{"ServiceCentreIsKept",
-               {},
-               {{"AT+CSCA?", okay("+CSCA: \"+15550000099\",145")},
-                {"AT+CSCA=\"5550\"", OK},
-                {"AT+CSCA?", okay("+CSCA: \"5550\",129")},
-                {"AT+CSCA=\"5550\",145", OK},
-                {"AT+CSCA?", okay("+CSCA: \"+5550\",145")},
-                {"AT+CSCA=\"+12345678901234567890\"", OK},
-                {"AT+CSCA=\"123456789012345678901\"", cms(304)},
-                {"AT+CSCA=\"12a\"", cms(304)},
-                {"AT+CSCA=\"+\"", cms(304)},
-                {"AT+CSCA=123", cms(304)},
-                {"AT+CSCA=\"1\",300", cms(304)},
-                {"AT+CSCA", cms(303)},
-                {"AT+CSCA?", okay("+CSCA: \"+12345678901234567890\",145")},
-                {"AT+CSCA=\"\"", OK},
-                {"AT+CSCA?", okay("+CSCA: \"\",129")}}},
-        Script{"ServiceCentreIsHexadecimalWithUcs2",
-               {},
-               {{"AT+CSCS=\"UCS2\"", OK},
-                {"AT+CSCA=\"002B00310032\"", OK},
-                {"AT+CSCA?", okay("+CSCA: \"002B00310032\",145")},
-                {"AT+CSCA=\"+4917\"", cms(304)},
-                {"AT+CSCA=\"004\"", cms(304)},
-                {"AT+CSCS=\"IRA\"", OK},
-                {"AT+CSCA?", okay("+CSCA: \"+12\",145")}}},
-        Script{"IndicationModeIsKept",
-               {},
-               {{"AT+CNMI?", okay("+CNMI: 2,0,0,0,0")},
-                {"AT+CNMI=2,1,0,0,0", OK},
-                {"AT+CNMI?", okay("+CNMI: 2,1,0,0,0")},
-                {"AT+CNMI=,,,2", OK},
-                {"AT+CNMI?", okay("+CNMI: 2,1,0,2,0")},
-                {"AT+CNMI=4,1,0,0,0", cms(304)},
-                {"AT+CNMI=2,4", cms(304)},
-                {"AT+CNMI=2,1,4", cms(304)},
-                {"AT+CNMI=2,1,0,3", cms(304)},
-                {"AT+CNMI=2,1,0,0,2", cms(304)},
-                {"AT+CNMI=2,1,0,0,0,0", cms(304)},
-                {"AT+CNMI=-1", cms(304)},
-                {"AT+CNMI?", okay("+CNMI: 2,1,0,2,0")}}},
-        Script{"BroadcastsAreKept",
-               {},
-               {{"AT+CSCB?", okay("+CSCB: 0,\"\",\"\"")},
-                {"AT+CSCB=1", OK},
-                {"AT+CSCB?", okay("+CSCB: 1,\"\",\"\"")},
-                {"AT+CSCB=0,\"0,1,50-60\",\"0-3\"", OK},
-                {"AT+CSCB?", okay("+CSCB: 0,\"0,1,50-60\",\"0-3\"")},
-                {"AT+CSCB=2", cms(304)},
-                {"AT+CSCB=0,5", cms(304)}}},
-        Script{"StoragesAreChosenOneByOne",
-               {"--me-size", "7", "--sm-size", "3"},
-               {{"AT+CPMS?", okay("+CPMS: \"SM\",0,3,\"SM\",0,3,\"SM\",0,3")},
-                {"AT+CPMS=\"ME\"", okay("+CPMS: 0,7,0,3,0,3")},
-                {"AT+CPMS=,\"ME\"", okay("+CPMS: 0,7,0,7,0,3")},
-                {"AT+CPMS=\"SM\",\"SM\",\"ME\"", okay("+CPMS: 0,3,0,3,0,7")},
-                {"AT+CPMS?", okay("+CPMS: \"SM\",0,3,\"SM\",0,3,\"ME\",0,7")},
-                {"AT+CPMS=\"ME\",\"XX\"", cms(304)},
-                {"AT+CPMS=SM", cms(304)},
-                {"AT+CPMS=\"SM\",\"SM\",\"SM\",\"SM\"", cms(304)},
-                {"AT+CPMS?", okay("+CPMS: \"SM\",0,3,\"SM\",0,3,\"ME\",0,7")}}},
-        Script{"MessageServiceIsPhaseTwo",
-               {},
-               {{"AT+CSMS?", okay("+CSMS: 0,1,1,1")},
-                {"AT+CSMS=0", okay("+CSMS: 1,1,1")},
-                {"AT+CSMS=1", cms(304)}}},
-        Script{"TextModeRefusesMessages",
-               {},
-               {{"AT+CMGF=1", OK},
-                {"AT+CMGF?", okay("+CMGF: 1")},
-                {"AT+CMGS=\"+15550001000\"", cms(303)},
-                {"AT+CMGW=\"+15550001000\"", cms(303)},
-                {"AT+CMGR=1", cms(303)},
-                {"AT+CMGL=\"ALL\"", cms(303)},
-                {"AT+CMGF=2", cms(305)},
-                {"AT+CMGF=0", OK},
-                {"AT+CMGF=2", cms(304)}}},
-        Script{"ProfileAndFactorySettingsComeBack",
-               {},
-               {{"AT+CMEE=1;+CSCS=\"GSM\";+CNMI=2,1,0,0,0", OK},
-                {"AT&W+CMEE=2;+CMGF=1", OK},
-                {"ATZ+CMEE?;+CSCS?;+CNMI?;+CMGF?",
-                 lines({"+CMEE: 1", "+CSCS: \"GSM\"", "+CNMI: 2,1,0,0,0", "+CMGF: 0", "OK"})},
-                {"AT&FE0", OK},
-                {"AT+CMEE?;+CSCS?;+CNMI?",
-                 lines({"+CMEE: 0", "+CSCS: \"IRA\"", "+CNMI: 2,0,0,0,0", "OK"})}}},
-        Script{"StoragesAndServiceCentreOutliveAReset",
-               {},
-               {{"AT+CPMS=\"ME\",\"ME\",\"ME\";+CSCA=\"+77\"", okay("+CPMS: 0,100,0,100,0,100")},
-                {"AT&F+CPMS?;+CSCA?;E0", lines({"+CPMS: \"ME\",0,100,\"ME\",0,100,\"ME\",0,100",
-                                                "+CSCA: \"+77\",145", "OK"})}}}),
-    nameOf<Script>);
-
-const std::string HELLO_SELF = submit(OWN, HELLO) + "\x1A";
-const std::string HELLO_OTHER = submit(OTHER, HELLO) + "\x1A";
-const std::string READ_UNREAD = okay("+CMGR: 0,,24\r\n" + deliver(HELLO));
-const std::string READ_READ = okay("+CMGR: 1,,24\r\n" + deliver(HELLO));
-
-std::string sent(int reference) { return okay("+CMGS: " + std::to_string(reference)); }
-std::string written(int index) { return okay("+CMGW: " + std::to_string(index)); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Sending, Scripts,
-    ::testing::Values(
-        Script{
-            "AMessageToItselfComesBackUnreadThenRead",
-            {                       },
-            { {"AT+CNMI=2,1,0,0,0", OK},{"AT+CMGS=18", PROMPT},
-              {HELLO_SELF, sent(1) + "\r\n+CMTI: \"SM\",1\r\n"},
-              {"AT+CMGR=1", READ_UNREAD},
-              {"AT+CMGR=1", READ_READ}}
-},
-        Script{"AMessageToAnotherVanishes",
-               {},
-               {{"AT+CNMI=2,1,0,0,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {HELLO_OTHER, sent(1)},
-                {"AT+CMGL=4", OK}}},
-        Script{"TheReferenceCountsUp",
-               {},
-               {{"AT+CMGS=18", PROMPT},
-                {HELLO_OTHER, sent(1)},
-                {"AT+CMGS=18", PROMPT},
-                {HELLO_OTHER, sent(2)}}},
-        Script{"NationalFormOfTheOwnNumberIsTheOwnNumber",
-               {},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CMGS=17", PROMPT}, // 0555 0001000
-                {submit("0B815055001000F0", HELLO).erase(2, 0) + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT},
-                {submit("0B815055001000F0", HELLO) + "\x1A", sent(1) + "\r\n+CMTI: \"SM\",1\r\n"}}},
-        Script{"AShortOwnNumberMatchesOnlyItself",
-               {"--number", "1234"},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CMGS=14", PROMPT},
-                {submit("04812143", HELLO) + "\x1A", sent(1) + "\r\n+CMTI: \"SM\",1\r\n"},
-                {"AT+CMGS=16", PROMPT},
-                {submit("0781551521F3", HELLO) + "\x1A", sent(2)}}},
-        Script{"AnAlphanumericAddressIsNobody",
-               {"--number", "12"},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CMGS=13", PROMPT},
-                {submit("02D021", HELLO) + "\x1A", sent(1)},
-                {"AT+CMGL=4", OK}}},
-        Script{"TheGivenServiceCentreIsUsed",
-               {},
-               {{"AT+CMGS=18", PROMPT},
-                {"0491214365" + submit(OWN, HELLO).substr(2) + "\x1A", sent(1)},
-                {"AT+CMGR=1",
-                 okay("+CMGR: 0,,24\r\n0491214365" + deliver(HELLO).substr(CENTRE.size()))}}},
-        Script{"WithoutServiceCentreNothingIsSent",
-               {},
-               {{"AT+CSCA=\"\"", OK}, {"AT+CMGS=18", PROMPT}, {HELLO_SELF, cms(330)}}},
-        Script{"EscapeCancels",
-               {},
-               {{"AT+CMGS=18", PROMPT}, {submit(OWN, HELLO) + "\x1B", OK}, {"AT+CMGL=4", OK}}},
-        Script{
-            "EscapeCancelsWriting", {}, {{"AT+CMGW=18", PROMPT}, {"\x1B", OK}, {"AT+CMGL=4", OK}}},
-        Script{"AnotherLengthIsRefused",
-               {},
-               {{"AT+CMGS=19", PROMPT},
-                {HELLO_SELF, cms(304)},
-                {"AT+CMGS=17", PROMPT},
-                {HELLO_SELF, cms(304)},
-                {"AT+CMGL=4", OK}}},
-        Script{"ABadLengthIsRefusedBeforeThePrompt",
-               {},
-               {{"AT+CMGS=0", cms(304)},
-                {"AT+CMGS=165", cms(304)},
-                {"AT+CMGS=", cms(304)},
-                {"AT+CMGS=x", cms(304)},
-                {"AT+CMGS=\"18\"", cms(304)},
-                {"AT+CMGS=18,1", cms(304)},
-                {"AT+CMGS", cms(303)},
-                {"AT+CMGS?", cms(303)},
-                {"AT+CMGW=0", cms(304)},
-                {"AT+CMGW=18,4", cms(304)}}},
-        Script{"TextThatIsNotHexadecimalIsRefused",
-               {},
-               {{"AT+CMGS=18", PROMPT},
-                {"G" + HELLO_SELF.substr(1), cms(304)},
-                {"AT+CMGS=18", PROMPT},
-                {"0" + HELLO_SELF, cms(304)},
-                {"AT+CMGS=18", PROMPT},
-                {"\x1A", cms(304)}}},
-        Script{
-            "LowerCaseAndLineEndsInAPduAreTolerated",
-            {},
-            {{"AT+CMGS=18", PROMPT}, {"0001000b91515500\r\n1000f000 0005e8329bfd06\x1A", sent(1)}}},
-        Script{"AnOverlongPduIsRefused",
-               {},
-               {{"AT+CMGS=164", PROMPT}, {std::string(3000, '0') + "\x1A", cms(304)}}},
-        Script{"FieldsThatDoNotAddUpAreRefused",
-               {},
-               {{"AT+CMGS=18", PROMPT}, // TP-UDL 6 needs six octets
-                {submit(OWN, "0006E8329BFD06") + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT}, // TP-UDL 4 needs four
-                {submit(OWN, "0004E8329BFD06") + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT}, // a header longer than the user data
-                {submit(OWN, "000505329BFD06", "41") + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT}, // 21 digits
-                {submit("15" + OWN.substr(2), HELLO) + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT}, // a DELIVER cannot be sent
-                {submit(OWN, HELLO, "04") + "\x1A", cms(304)},
-                {"AT+CMGS=18", PROMPT}, // a service centre of 12 octets
-                {"0C" + std::string(24, '1') + submit(OWN, HELLO).substr(2) + "\x1A", cms(304)}}},
-        Script{"EveryValidityFormatIsTaken",
-               {},
-               {{"AT+CMGS=19", PROMPT}, // relative
-                {submit(OWN, "00AA" + HELLO.substr(2), "11") + "\x1A", sent(1)},
-                {"AT+CMGR=1", READ_UNREAD},
-                {"AT+CMGS=25", PROMPT}, // absolute
-                {submit(OWN, "0052704121436500" + HELLO.substr(2), "19") + "\x1A", sent(2)},
-                {"AT+CMGR=2", READ_UNREAD},
-                {"AT+CMGS=25", PROMPT}, // enhanced
-                {submit(OWN, "0001050000000000" + HELLO.substr(2), "09") + "\x1A", sent(3)},
-                {"AT+CMGR=3", READ_UNREAD}}},
-        Script{"CodingSaysWhatTheLengthCounts",
-               {},
-               {{"AT+CMGS=15", PROMPT}, // 8-bit
-                {submit(OWN, "0402ABCD") + "\x1A", sent(1)},
-                {"AT+CMGR=1", okay("+CMGR: 0,,21\r\n" + deliver("0402ABCD"))},
-                {"AT+CMGS=15", PROMPT}, // UCS-2
-                {submit(OWN, "08020416") + "\x1A", sent(2)},
-                {"AT+CMGR=2", okay("+CMGR: 0,,21\r\n" + deliver("08020416"))},
-                {"AT+CMGS=15", PROMPT}, // compressed: octets
-                {submit(OWN, "2002ABCD") + "\x1A", sent(3)},
-                {"AT+CMGS=15", PROMPT}, // class 1, 8-bit
-                {submit(OWN, "F502ABCD") + "\x1A", sent(4)},
-                {"AT+CMGS=15", PROMPT}, // message waiting, UCS-2
-                {submit(OWN, "E0020416") + "\x1A", sent(5)},
-                {"AT+CMGS=18", PROMPT}, // reserved group: septets
-                {submit(OWN, "80" + HELLO.substr(2)) + "\x1A", sent(6)}}},
-        Script{"FlagsAndProtocolGoOver",
-               {},
-               {{"AT+CMGS=18", PROMPT}, // TP-RP, TP-SRR, TP-RD
-                {submit(OWN, HELLO, "A5") + "\x1A", sent(1)},
-                {"AT+CMGR=1", okay("+CMGR: 0,,24\r\n" + deliver(HELLO, "A4"))},
-                {"AT+CMGS=18", PROMPT}, // TP-PID 0x41
-                {"000100" + OWN + "41" + HELLO + "\x1A", sent(2)},
-                {"AT+CMGR=2", okay("+CMGR: 0,,24\r\n" + CENTRE + "04" + OWN + "4100" + TIME +
-                                   HELLO.substr(2))}}},
-        Script{"CommandsBehindTheDataGoOn",
-               {},
-               {{"AT+CSQ;+CMGS=18;+CMGF?", PROMPT},
-                {HELLO_OTHER, lines({"+CSQ: 21,99", "+CMGS: 1", "+CMGF: 0", "OK"})}}}),
-    nameOf<Script>);
-
-const std::string DELIVERED = CENTRE + "04" + OWN + "0000" + "42105021430500" + "05E8329BFD06";
-
-INSTANTIATE_TEST_SUITE_P(
-    Stored, Scripts,
-    ::testing::Values(
-        Script{
-            "WritingKeepsThePduAndTheStatus",
-            {                                                  },
-            { {"AT+CMGW=18", PROMPT},{HELLO_OTHER, written(1)},
-              {"AT+CMGW=18,3", PROMPT},
-              {HELLO_OTHER, written(2)},
-              {"AT+CMGW=24,0", PROMPT},
-              {DELIVERED + "\x1A", written(3)},
-              {"AT+CMGW=24,1", PROMPT},
-              {DELIVERED + "\x1A", written(4)},
-              {"AT+CMGR=1", okay("+CMGR: 2,,18\r\n" + submit(OTHER, HELLO))},
-              {"AT+CMGR=2", okay("+CMGR: 3,,18\r\n" + submit(OTHER, HELLO))},
-              {"AT+CMGR=4", okay("+CMGR: 1,,24\r\n" + DELIVERED)},
-              {"AT+CMGR=3", okay("+CMGR: 0,,24\r\n" + DELIVERED)},
-              {"AT+CMGR=3", okay("+CMGR: 1,,24\r\n" + DELIVERED)}}
-},
-        Script{"TheStatusMustFitTheMessage",
-               {},
-               {{"AT+CMGW=18,0", PROMPT},
-                {HELLO_OTHER, cms(304)},
-                {"AT+CMGW=24", PROMPT},
-                {DELIVERED + "\x1A", cms(304)},
-                {"AT+CMGW=24,3", PROMPT},
-                {DELIVERED + "\x1A", cms(304)},
-                {"AT+CMGL=4", OK}}},
-        Script{"ListShowsOneStatusOrAll",
-               {},
-               {{"AT+CMGW=18,2", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMGW=24,0", PROMPT},
-                {DELIVERED + "\x1A", written(2)},
-                {"AT+CMGW=18,3", PROMPT},
-                {HELLO_OTHER, written(3)},
-                {"AT+CMGL=2", okay("+CMGL: 1,2,,18\r\n" + submit(OTHER, HELLO))},
-                {"AT+CMGL=3", okay("+CMGL: 3,3,,18\r\n" + submit(OTHER, HELLO))},
-                {"AT+CMGL=1", OK},
-                {"AT+CMGL=4",
-                 okay("+CMGL: 1,2,,18\r\n" + submit(OTHER, HELLO) + "\r\n+CMGL: 2,0,,24\r\n" +
-                      DELIVERED + "\r\n+CMGL: 3,3,,18\r\n" + submit(OTHER, HELLO))},
-                {"AT+CMGL", OK}, // unread: the list has read it
-                {"AT+CMGL=1", okay("+CMGL: 2,1,,24\r\n" + DELIVERED)},
-                {"AT+CMGL=5", cms(304)},
-                {"AT+CMGD=?", okay("+CMGD: (1,2,3),(0-4)")}}},
-        Script{"BadIndexesAreRefused",
-               {"--sm-size", "3"},
-               {{"AT+CMGR=0", cms(321)},
-                {"AT+CMGR=1", cms(321)},
-                {"AT+CMGR=4", cms(321)},
-                {"AT+CMGR=x", cms(321)},
-                {"AT+CMGR=99999999999", cms(321)},
-                {"AT+CMGD=0", cms(321)},
-                {"AT+CMGD=4", cms(321)},
-                {"AT+CMGD=", cms(321)},
-                {"AT+CMSS=1", cms(321)},
-                {"AT+CMGD=3", OK}}}, // empty, but there
-        Script{"DeleteTakesAnIndexOrAFlag",
-               {},
-               {{"AT+CMGW=18,2", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMGW=24,0", PROMPT},
-                {DELIVERED + "\x1A", written(2)},
-                {"AT+CMGW=18,3", PROMPT},
-                {HELLO_OTHER, written(3)},
-                {"AT+CMGW=24,1", PROMPT},
-                {DELIVERED + "\x1A", written(4)},
-                {"AT+CMGW=18,2", PROMPT},
-                {HELLO_OTHER, written(5)},
-                {"AT+CMGD=5", OK},
-                {"AT+CMGD=?", okay("+CMGD: (1,2,3,4),(0-4)")},
-                {"AT+CMGD=2,1", OK}, // read
-                {"AT+CMGD=?", okay("+CMGD: (1,2,3),(0-4)")},
-                {"AT+CMGD=2,2", OK}, // and sent
-                {"AT+CMGD=?", okay("+CMGD: (1,2),(0-4)")},
-                {"AT+CMGD=2,3", OK}, // and unsent
-                {"AT+CMGD=?", okay("+CMGD: (2),(0-4)")},
-                {"AT+CMGD=99,4", OK}, // and unread
-                {"AT+CMGD=?", okay("+CMGD: (),(0-4)")},
-                {"AT+CMGD=1,5", cms(304)}}},
-        Script{"AFreedPlaceIsFilledFirst",
-               {},
-               {{"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(2)},
-                {"AT+CMGD=1", OK},
-                {"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)}}},
-        Script{"AFullStorageRefusesWriting",
-               {"--sm-size", "1"},
-               {{"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, cms(322)},
-                {"AT+CPMS?", okay("+CPMS: \"SM\",1,1,\"SM\",1,1,\"SM\",1,1")},
-                {"AT+CPMS=,\"ME\"", okay("+CPMS: 1,1,0,100,1,1")},
-                {"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)}}},
-        Script{"AStorageWithoutPlacesIsFull",
-               {"--sm-size", "0"},
-               {{"AT+CMGW=18", PROMPT}, {HELLO_OTHER, cms(322)}}},
-        Script{"TheThreeUsesHaveTheirStorage",
-               {},
-               {{"AT+CPMS=\"ME\",\"SM\",\"ME\"", okay("+CPMS: 0,100,0,50,0,100")},
-                {"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMGR=1", cms(321)},
-                {"AT+CMGS=18", PROMPT},
-                {HELLO_SELF, sent(1)},
-                {"AT+CMGR=1", READ_UNREAD},
-                {"AT+CPMS?", okay("+CPMS: \"ME\",1,100,\"SM\",1,50,\"ME\",1,100")}}},
-        Script{"AStoredMessageIsSentAndMarked",
-               {},
-               {{"AT+CMGW=18", PROMPT},
-                {HELLO_SELF, written(1)},
-                {"AT+CMSS=1", okay("+CMSS: 1")},
-                {"AT+CMGR=1", okay("+CMGR: 3,,18\r\n" + submit(OWN, HELLO))},
-                {"AT+CMGR=2", READ_UNREAD}}},
-        Script{"AStoredMessageIsSentToAnotherNumber",
-               {},
-               {{"AT+CMGW=18", PROMPT},
-                {HELLO_OTHER, written(1)},
-                {"AT+CMSS=1,\"+15550001000\"", okay("+CMSS: 1")},
-                {"AT+CMGR=2", READ_UNREAD},
-                {"AT+CMSS=1,\"15550001000\",145", okay("+CMSS: 2")},
-                {"AT+CMGR=3", READ_UNREAD},
-                {"AT+CMSS=1,\"x\"", cms(304)},
-                {"AT+CMSS=1", okay("+CMSS: 3")},
-                {"AT+CMGR=4", cms(321)}}},
-        Script{
-            "AReceivedMessageIsNotSent",
-            {},
-            {{"AT+CMGW=24,1", PROMPT}, {DELIVERED + "\x1A", written(1)}, {"AT+CMSS=1", cms(304)}}}),
-    nameOf<Script>);
-
-const std::string CLASS_0 = "1005E8329BFD06"; // as HELLO, with a message class
-const std::string CLASS_2 = "1205E8329BFD06";
-const std::string CLASS_3 = "F305E8329BFD06";
-const std::string WAITING = "D005E8329BFD06"; // a message-waiting indication that is stored
-
-std::string self(const std::string &body) { return submit(OWN, body) + "\x1A"; }
-std::string cmt(const std::string &body) { return "\r\n+CMT: ,24\r\n" + deliver(body) + "\r\n"; }
-std::string report(int reference, const std::string &recipient) {
-    return CENTRE + "060" + std::to_string(reference) + recipient + TIME + TIME + "00";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Receiving, Scripts,
-    ::testing::Values(
-        Script{
-            "SilentModeStoresWithoutAWord",
-            {                                                         },
-            { {"AT+CNMI=2,0,0,0,0", OK},{"AT+CMGS=18", PROMPT},
-              {self(HELLO), sent(1)},
-              {"AT+CMGS=18", PROMPT},
-              {self(CLASS_0), sent(2)},
-              {"AT+CMGR=1", READ_UNREAD},
-              {"AT+CMGR=2", okay("+CMGR: 0,,24\r\n" + deliver(CLASS_0))}}
-},
-        Script{"IndicationsNameTheReceiveStorage",
-               {},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CPMS=\"ME\",\"ME\",\"ME\"", okay("+CPMS: 0,100,0,100,0,100")},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1) + "\r\n+CMTI: \"ME\",1\r\n"},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(2) + "\r\n+CMTI: \"ME\",2\r\n"}}},
-        Script{"ClassZeroIsHandedOver",
-               {},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(CLASS_0), sent(1) + cmt(CLASS_0)},
-                {"AT+CMGL=4", OK}}},
-        Script{"ClassTwoGoesToTheSim",
-               {},
-               {{"AT+CNMI=2,2", OK},
-                {"AT+CPMS=\"ME\",\"ME\",\"ME\"", okay("+CPMS: 0,100,0,100,0,100")},
-                {"AT+CMGS=18", PROMPT},
-                {self(CLASS_2), sent(1) + "\r\n+CMTI: \"SM\",1\r\n"}}},
-        Script{"RoutingHandsMessagesOver",
-               {},
-               {{"AT+CNMI=2,2", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1) + cmt(HELLO)},
-                {"AT+CMGS=18", PROMPT},
-                {self(CLASS_3), sent(2) + cmt(CLASS_3)},
-                {"AT+CMGS=18", PROMPT},
-                {self(WAITING), sent(3) + "\r\n+CMTI: \"SM\",1\r\n"}}},
-        Script{"RoutingOfClassThreeLeavesTheOthers",
-               {},
-               {{"AT+CNMI=2,3", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1) + "\r\n+CMTI: \"SM\",1\r\n"},
-                {"AT+CMGS=18", PROMPT},
-                {self(CLASS_3), sent(2) + cmt(CLASS_3)},
-                {"AT+CMGS=18", PROMPT},
-                {self(CLASS_0), sent(3) + cmt(CLASS_0)}}},
-        Script{"HeldIndicationsAreFlushed",
-               {},
-               {{"AT+CNMI=0,1,0,0,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1)},
-                {"AT+CNMI=2,1,0,0,0", OK + "\r\n+CMTI: \"SM\",1\r\n"},
-                {"AT+CNMI=2,1,0,0,0", OK}}},
-        Script{"HeldIndicationsAreForgottenWhenAsked",
-               {},
-               {{"AT+CNMI=0,1,0,0,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1)},
-                {"AT+CNMI=2,1,0,0,1", OK},
-                {"AT+CNMI=2,1,0,0,0", OK}}},
-        Script{"AMessageWaitsForRoom",
-               {"--sm-size", "1"},
-               {{"AT+CNMI=2,1", OK},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(1) + "\r\n+CMTI: \"SM\",1\r\n"},
-                {"AT+CMGS=15", PROMPT},
-                {self("0402ABCD"), sent(2)},
-                {"AT+CMGS=18", PROMPT},
-                {self(HELLO), sent(3)},
-                {"AT+CMGD=1", OK + "\r\n+CMTI: \"SM\",1\r\n"},
-                {"AT+CMGR=1", okay("+CMGR: 0,,21\r\n" + deliver("0402ABCD"))},
-                {"AT+CPMS=,,\"ME\"", okay("+CPMS: 1,1,1,1,1,100") + "\r\n+CMTI: \"ME\",1\r\n"},
-                {"AT+CPMS=\"ME\"", okay("+CPMS: 1,100,1,1,1,100")},
-                {"AT+CMGR=1", READ_UNREAD}}},
-        Script{"RoutingFreesWhatWaits",
-               {"--sm-size", "0"},
-               {{"AT+CMGS=18", PROMPT}, {self(HELLO), sent(1)}, {"AT+CNMI=2,2", OK + cmt(HELLO)}}},
-        Script{
-            "AStatusReportIsHandedOver",
-            {},
-            {{"AT+CNMI=2,1,0,1,0", OK},
-             {"AT+CMGS=18", PROMPT},
-             {submit(OTHER, HELLO, "21") + "\x1A",
-              sent(1) + "\r\n+CDS: 25\r\n" + report(1, OTHER) + "\r\n"},
-             {"AT+CMGS=18", PROMPT},
-             {submit(OWN, HELLO, "21") + "\x1A",
-              sent(2) + "\r\n+CMTI: \"SM\",1\r\n" + "\r\n+CDS: 25\r\n" + report(2, OWN) + "\r\n"}}},
-        Script{"AStatusReportIsStored",
-               {},
-               {{"AT+CNMI=2,1,0,2,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {submit(OTHER, HELLO, "21") + "\x1A", sent(1) + "\r\n+CDSI: \"SM\",1\r\n"},
-                {"AT+CMGR=1", okay("+CMGR: 0,,25\r\n" + report(1, OTHER))}}},
-        Script{"AStatusReportIsDroppedWhenNobodyWantsIt",
-               {},
-               {{"AT+CNMI=2,1,0,0,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {submit(OTHER, HELLO, "21") + "\x1A", sent(1)},
-                {"AT+CNMI=2,1,0,1,0", OK}}},
-        Script{"AReportWaitsForItsMessage",
-               {"--sm-size", "0"},
-               {{"AT+CNMI=2,1,0,1,0", OK},
-                {"AT+CMGS=18", PROMPT},
-                {submit(OWN, HELLO, "21") + "\x1A", sent(1)},
-                {"AT+CPMS=,,\"ME\"", okay("+CPMS: 0,0,0,0,1,100") + "\r\n+CMTI: \"ME\",1\r\n" +
-                                         "\r\n+CDS: 25\r\n" + report(1, OWN) + "\r\n"}}}),
-    nameOf<Script>);
-
-INSTANTIATE_TEST_SUITE_P(
-    Faults, Scripts,
-    ::testing::Values(
-        Script{
-            "ErrorRefusesTheCommand",
-            {           "--fault",                "+CMGF=1=error"},
-            { {"AT+CMGF=1", ERROR}, {"AT+CMGF?", okay("+CMGF: 0")},   {"AT+CMGF=0", OK}}
-},
-        Script{"CmsRefusesTheCommand", {"--fault", "+CPMS=cms=500"}, {{"AT+CPMS?", cms(500)}}},
-        Script{"CmeFollowsTheErrorReports",
-               {"--fault", "+CSQ=cme=10"},
-               {{"AT+CSQ", ERROR},
-                {"AT+CMEE=1;+CSQ", "\r\n+CME ERROR: 10\r\n"},
-                {"AT+CMEE=2;+CSQ", "\r\n+CME ERROR: SIM not inserted\r\n"}}},
-        Script{"ACountLimitsTheTimes",
-               {"--fault", "+CSQ=error:2"},
-               {{"AT+CSQ", ERROR}, {"AT+CSQ", ERROR}, {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"ARangeChoosesTheTimes",
-               {"--fault", "+CSQ=error:2-3"},
-               {{"AT+CSQ", okay("+CSQ: 21,99")},
-                {"AT+CSQ", ERROR},
-                {"AT+CSQ", ERROR},
-                {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"AnOpenRangeGoesOn",
-               {"--fault", "+CSQ=error:2-"},
-               {{"AT+CSQ", okay("+CSQ: 21,99")}, {"AT+CSQ", ERROR}, {"AT+CSQ", ERROR}}},
-        Script{"TheFirstFaultOfSeveralActsAndAllCount",
-               {"--fault", "+CSQ=cms=1:1", "--fault", "*=cms=2:2-3"},
-               {{"AT+CSQ", cms(1)}, {"AT+CSQ", cms(2)}, {"AT", cms(2)}, {"AT", OK}}},
-        Script{"AFaultHitsOneCommandOfALine",
-               {"--fault", "AT+CMGF=error"},
-               {{"AT+CSQ;+CMGF=0;+CSQ", lines({"+CSQ: 21,99", "ERROR"})}}},
-        Script{"AStarStandsForAnything",
-               {"--fault", "+cpms=*\"me\"=error"},
-               {{"AT+CPMS=\"SM\"", okay("+CPMS: 0,50,0,50,0,50")},
-                {"AT+CPMS = , \"ME\"", ERROR},
-                {"AT+CPMS=\"ME\"", ERROR}}},
-        Script{"AnUnsolicitedLineStandsBeforeTheResult",
-               {"--fault", "+CSQ=unsolicited=RING"},
-               {{"AT+CSQ", lines({"+CSQ: 21,99", "RING", "OK"})}}},
-        Script{"AnUnsolicitedTextMayHaveLines",
-               {"--fault", "+CSQ=unsolicited=+CDS: 2\\n0006=error"},
-               {{"AT+CSQ", lines({"+CSQ: 21,99", "+CDS: 2\r\n0006=error", "OK"})}}},
-        Script{"AnUnsolicitedTextMayHaveAColon",
-               {"--fault", "+CSQ=unsolicited=+CREG: 1:1"},
-               {{"AT+CSQ", lines({"+CSQ: 21,99", "+CREG: 1", "OK"})},
-                {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"ARefusalOfASentMessageComesBehindTheData",
-               {"--fault", "+CMGS=cms=38:1"},
-               {{"AT+CMGS=18", PROMPT},
-                {HELLO_SELF, cms(38)},
-                {"AT+CMGL=4", OK},
-                {"AT+CMGS=18", PROMPT},
-                {HELLO_SELF, sent(1)}}},
-        Script{"HalfAReplyIsCutInTheMiddle",
-               {"--fault", "+CSQ=half:1"},
-               {{"AT+CSQ", "\r\n+CSQ: 21,"}, {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"FaultsAreAddedByCommand",
-               {},
-               {{"AT^FAULT=\"+CSQ=error:1\"", OK},
-                {"AT^FAULT?", okay("^FAULT: \"+CSQ=error:1\",0")},
-                {"AT+CSQ", ERROR},
-                {"AT+CSQ", okay("+CSQ: 21,99")},
-                {"AT^FAULT?", okay("^FAULT: \"+CSQ=error:1\",2")},
-                {"AT^FAULT=\"+CSQ=unsolicited=+CMTI: \\22SM\\22,5\"", OK},
-                {"AT+CSQ", lines({"+CSQ: 21,99", "+CMTI: \"SM\",5", "OK"})},
-                {"AT^FAULT", OK},
-                {"AT^FAULT?", OK},
-                {"AT+CSQ", okay("+CSQ: 21,99")}}},
-        Script{"NoFaultStopsTheFaultCommand",
-               {"--fault", "*=error"},
-               {{"AT", ERROR}, {"AT^FAULT", OK}, {"AT", OK}}},
-        Script{"BadFaultsAreRefusedByCommand",
-               {},
-               {{"AT^FAULT=\"+CSQ\"", ERROR},
-                {"AT^FAULT=\"+CSQ=explode\"", ERROR},
-                {"AT^FAULT=\"+CSQ=cms\"", ERROR},
-                {"AT^FAULT=\"+CSQ=cms=x\"", ERROR},
-                {"AT^FAULT=\"+CSQ=error=1\"", ERROR},
-                {"AT^FAULT=\"+CSQ=error:0\"", ERROR},
-                {"AT^FAULT=\"+CSQ=error:3-2\"", ERROR},
-                {"AT^FAULT=5", ERROR},
-                {"AT+CSQ", okay("+CSQ: 21,99")}}}),
-    nameOf<Script>);
+INSTANTIATE_TEST_SUITE_P(Vectors, AtDialogue, ::testing::ValuesIn(DialogueFile().scripts),
+                         sentenceName);
 
 // ---- the line ----
 
@@ -1078,6 +441,20 @@ TEST(Line, EchoesCharactersAsTheyCome) {
     }
 }
 
+TEST(Line, AnOverlongLineIsRefused) {
+    Quiet modem;
+    EXPECT_EQ(modem.ask("AT" + std::string(2049, 'E')), ERROR);
+    EXPECT_EQ(modem.ask("AT"), OK);
+    EXPECT_EQ(modem.ask("AT" + std::string(2046, ' ') + "E0"), OK);
+}
+
+TEST(Line, AnOverlongPduIsRefused) {
+    Quiet modem;
+    EXPECT_EQ(modem.ask("AT+CMGS=164"), PROMPT);
+    EXPECT_EQ(modem.ask(std::string(10000, '0') + "\x1A"), cms(304));
+    EXPECT_EQ(modem.ask("AT"), OK);
+}
+
 TEST(Line, CommandsInOneWriteAreAnsweredInOrder) {
     Quiet modem;
     std::string commands;
@@ -1091,13 +468,17 @@ TEST(Line, CommandsInOneWriteAreAnsweredInOrder) {
               replies);
 }
 
+// A poll interval or a sleep would show in each of them; a busy machine only in some.
 TEST(Line, ACommandCostsNoWaiting) {
     Quiet modem;
-    constexpr int COMMANDS = 500;
-    const auto begin = steady_clock::now();
-    for (int i = 0; i < COMMANDS; i++) { ASSERT_EQ(modem.ask("AT"), OK); }
-    const auto spent = steady_clock::now() - begin;
-    EXPECT_LT(spent / COMMANDS, 5ms); // a poll interval or a sleep would show
+    std::vector<steady_clock::duration> spent(400);
+    for (auto &time : spent) {
+        const auto begin = steady_clock::now();
+        ASSERT_EQ(modem.ask("AT"), OK);
+        time = steady_clock::now() - begin;
+    }
+    std::sort(spent.begin(), spent.end());
+    EXPECT_LT(spent[spent.size() / 4], 2ms);
 }
 
 TEST(Line, LatencyGoesBeforeReplyAndPrompt) {
@@ -1156,10 +537,11 @@ TEST_P(LongMessages, ComeBackOctetByOctet) {
     std::vector<std::string> sentBodies;
     for (unsigned number = 1; number <= TOTAL; number++) {
         sentBodies.push_back(segment(dcs, length, number, TOTAL));
-        const std::string reply = modem.askWithPdu("AT+CMGS", submit(OWN, sentBodies.back(), "41"));
-        ASSERT_EQ(reply, sent(static_cast<int>(number)));
-        const std::string indication = "\r\n+CMTI: \"SM\"," + std::to_string(number) + "\r\n";
-        ASSERT_EQ(modem.readTo(indication), indication);
+        ASSERT_EQ(modem.ask("AT+CMGS=153"), PROMPT);
+        modem.write(submit(OWN, sentBodies.back(), "41") + "\x1A");
+        const std::string index = std::to_string(number);
+        const std::string expected = lines({"+CMGS: " + index, "OK", "+CMTI: \"SM\"," + index});
+        ASSERT_EQ(modem.readTo(expected), expected);
         sentBodies.back().erase(0, 2); // the coding stands before the time stamp then
     }
     const std::size_t behind = CENTRE.size() + 2 + OWN.size() + 4 + 14;
@@ -1174,10 +556,8 @@ INSTANTIATE_TEST_SUITE_P(Messages, LongMessages,
 
 TEST(Messages, TheReferenceWrapsAfter255) {
     Quiet modem;
-    for (int i = 1; i <= 255; i++) {
-        ASSERT_EQ(modem.askWithPdu("AT+CMGS", submit(OTHER, HELLO)), sent(i));
-    }
-    EXPECT_EQ(modem.askWithPdu("AT+CMGS", submit(OTHER, HELLO)), sent(0));
+    for (int i = 1; i <= 255; i++) { ASSERT_EQ(modem.send(HELLO_OTHER), sent(i)); }
+    EXPECT_EQ(modem.send(HELLO_OTHER), sent(0));
 }
 
 // TP-SCTS as seconds of local time since the epoch; its zone octet is checked by the caller.
@@ -1205,7 +585,7 @@ class Timestamps : public ::testing::TestWithParam<Zone> {};
 TEST_P(Timestamps, AreLocalTimeWithItsZone) {
     Quiet modem({}, GetParam().tz);
     const std::time_t before = std::time(nullptr);
-    ASSERT_EQ(modem.askWithPdu("AT+CMGS", submit(OWN, HELLO)), sent(1));
+    ASSERT_EQ(modem.send(HELLO_SELF), sent(1));
     const std::time_t after = std::time(nullptr);
     const std::string reply = modem.ask("AT+CMGR=1");
     const std::size_t at = reply.find(OWN + "0000");
@@ -1225,9 +605,12 @@ INSTANTIATE_TEST_SUITE_P(Messages, Timestamps,
 TEST(Messages, UnsolicitedLinesNeverStandInAPromptOrReply) {
     Quiet modem({"--sm-size", "1", "--latency", "5"});
     modem.ask("AT+CNMI=2,1,0,0,0");
-    modem.askWithPdu("AT+CMGS", submit(OWN, HELLO));
-    modem.readTo("\r\n+CMTI: \"SM\",1\r\n");
-    modem.askWithPdu("AT+CMGS", submit(OWN, HELLO)); // waits for room
+    modem.ask("AT+CMGS=18");
+    modem.write(HELLO_SELF);
+    const std::string indicated = lines({"+CMGS: 1", "OK", "+CMTI: \"SM\",1"});
+    ASSERT_EQ(modem.readTo(indicated), indicated);
+    modem.ask("AT+CMGS=18");
+    ASSERT_EQ(modem.ask(HELLO_SELF), sent(2)); // waits for room
     modem.write("AT+CMGD=1;+CSQ;+CMGS=18\r");
     EXPECT_EQ(modem.readReply(), PROMPT);
     modem.write(HELLO_OTHER);
@@ -1236,6 +619,13 @@ TEST(Messages, UnsolicitedLinesNeverStandInAPromptOrReply) {
 }
 
 // ---- faults that leave no reply ----
+
+TEST(Fault, NoneActsOnTheFaultCommand) {
+    Modem modem({"--fault", "*=error"});
+    EXPECT_EQ(modem.ask("ATE0"), "ATE0\r" + ERROR);
+    EXPECT_EQ(modem.ask("AT^FAULT"), "AT^FAULT\r" + OK);
+    EXPECT_EQ(modem.ask("ATE0"), "ATE0\r" + OK);
+}
 
 TEST(Fault, SilenceLosesTheCommandAlone) {
     Quiet modem({"--fault", "+CMGF=1=silence"});
@@ -1278,41 +668,39 @@ TEST(Fault, DelayMakesTheReplyLateAndHoldsTheNext) {
 }
 
 TEST(Fault, ADelayedReplyOfASentMessageHasItsPromptAtOnce) {
-    Quiet modem({"--fault", "+CMGS=delay=300"});
+    Quiet modem({"--fault", "+CMGS=delay=500"});
     const auto begin = steady_clock::now();
     EXPECT_EQ(modem.ask("AT+CMGS=18"), PROMPT);
-    EXPECT_LT(steady_clock::now() - begin, 300ms);
+    EXPECT_LT(steady_clock::now() - begin, 500ms);
     EXPECT_EQ(modem.ask(HELLO_OTHER), sent(1));
-    EXPECT_GE(steady_clock::now() - begin, 300ms);
+    EXPECT_GE(steady_clock::now() - begin, 500ms);
 }
 
-// Waits until `path` is a link to another terminal than `before`.
-bool comesBack(const fs::path &path, const fs::path &before) {
+bool comesBack(const fs::path &path) {
     const auto until = steady_clock::now() + SOON;
     while (steady_clock::now() < until) {
-        std::error_code error;
-        const fs::path now = fs::read_symlink(path, error);
-        if (!error && (now != before || before.empty())) { return true; }
+        if (fs::exists(path)) { return true; }
         ::usleep(500);
     }
     return false;
 }
 
 bool isHungUp(int fd) {
-    pollfd waiting{fd, POLLIN, 0};
+    pollfd waiting{fd, 0, 0}; // what is unread does not count
     return ::poll(&waiting, 1, static_cast<int>(SOON.count())) == 1 &&
            (waiting.revents & POLLHUP) != 0;
 }
 
 TEST(Fault, DropHangsUpAndComesBackWithItsMessages) {
     Quiet modem({"--fault", "+CSQ=drop=60:1"});
-    modem.askWithPdu("AT+CMGS", submit(OWN, HELLO));
+    modem.send(HELLO_SELF);
     modem.ask("AT+CNMI=2,1,0,0,0");
     const auto begin = steady_clock::now();
     modem.write("AT+CSQ\r");
     EXPECT_TRUE(isHungUp(modem.fd()));
-    EXPECT_FALSE(fs::exists(fs::symlink_status(modem.link())));
-    ASSERT_TRUE(comesBack(modem.link(), ""));
+    const bool gone = !fs::exists(fs::symlink_status(modem.link()));
+    EXPECT_TRUE(gone || steady_clock::now() - begin >= 60ms);
+    ASSERT_TRUE(comesBack(modem.link()));
     EXPECT_GE(steady_clock::now() - begin, 60ms);
     modem.close();
     modem.open();
@@ -1329,7 +717,7 @@ TEST(Fault, DropBehindThePduSendsNothing) {
     modem.write(HELLO_SELF + "AT\r");
     EXPECT_TRUE(isHungUp(modem.fd()));
     modem.close();
-    ASSERT_TRUE(comesBack(modem.link(), ""));
+    ASSERT_TRUE(comesBack(modem.link()));
     modem.open();
     modem.ask("ATE0");
     EXPECT_EQ(modem.ask("AT+CMGL=4"), OK);
@@ -1341,7 +729,7 @@ TEST(Fault, DropIsSurvivedManyTimes) {
         modem.write("AT+CSQ\rAT\rAT\r");
         ASSERT_TRUE(isHungUp(modem.fd()));
         modem.close();
-        ASSERT_TRUE(comesBack(modem.link(), ""));
+        ASSERT_TRUE(comesBack(modem.link()));
         modem.open();
     }
     EXPECT_EQ(modem.ask("AT"), "AT\r\r\nOK\r\n");
@@ -1466,11 +854,22 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf<Refusal>);
 
 TEST(Program, VerboseTracesEachLineOnStandardError) {
-    Modem modem({"--verbose"});
-    modem.ask("AT+CSQ");
-    const Outcome outcome = modem.process().end(SIGTERM);
-    EXPECT_NE(outcome.output.find("< AT+CSQ"), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find("> \\r\\n+CSQ: 21,99\\r\\n"), std::string::npos);
+    Directory directory;
+    const fs::path link = directory / "modem";
+    Process process({"--verbose", "--link", link.string()});
+    std::string trace;
+    const auto readTraceTo = [&](const std::string &text) {
+        for (std::string line = "-"; !line.empty() && trace.find(text) == std::string::npos;) {
+            line = process.readLine();
+            trace += line;
+        }
+    };
+    readTraceTo("ready: " + link.string() + "\n");
+    Descriptor terminal(::open(link.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_EQ(::write(terminal.get(), "AT+CSQ\r", 7), 7);
+    readTraceTo("OK");
+    EXPECT_NE(trace.find("< AT+CSQ\n"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("> \\r\\n+CSQ: 21,99\\r\\n\\r\\nOK\\r\\n\n"), std::string::npos);
 }
 
 TEST(Program, HelpShowsEveryOption) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -56,11 +57,14 @@ constexpr uid_t NOBODY = 65534;
 
 // ---- processes ----
 
-// A forked process that runs `body` and exits with its result; killed when the test leaves it.
+// A forked process that runs `body` and exits with its result; killed when the test leaves it,
+// however the test ends.
 class Child {
 public:
     explicit Child(const std::function<int()> &body) : pid_(fork()) {
-        if (pid_ == 0) { _exit(body()); }
+        if (pid_ != 0) { return; }
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(body());
     }
     Child(Child &&other) noexcept : pid_(std::exchange(other.pid_, -1)) {}
     Child(const Child &) = delete;

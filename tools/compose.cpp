@@ -311,13 +311,13 @@ Fields fieldsOf(const Plan &plan) {
 }
 
 Json toJson(const Plan &plan) {
-    Json json = {
-        {    "coding", plan.isUcs2 ? "UCS-2" : "GSM 7-bit"},
-        {"characters",                     plan.characters},
-        {     "units",                          plan.units},
-        {  "segments",                   plan.segmentUnits},
-        { "forced_by",                       Json::array()}
-    };
+    Json json;
+    json["coding"] = plan.isUcs2 ? "UCS-2" : "GSM 7-bit";
+    json["characters"] = plan.characters;
+    json["units"] = plan.units;
+    json["segments"] = plan.segmentUnits.size();
+    json["segment_units"] = plan.segmentUnits;
+    json["forced_by"] = Json::array();
     for (const Forcing &forcing : plan.forcing) {
         json["forced_by"].push_back({
             { "character",          toUtf8(std::u32string(1, forcing.character))},

@@ -131,23 +131,18 @@ void followParent(pid_t parent) {
     if (getppid() != parent) { _exit(1); }
 }
 
+// Whether a whole line of the text, before which "\n" stands, begins with "ready".
+bool isReady(std::string_view said) {
+    const std::size_t line = said.find("\nready");
+    return line != said.npos && said.find('\n', line + 1) != said.npos;
+}
+
 // A program of the simulation, ended when it goes.
 class Daemon {
 public:
     Daemon(const SignalWatch &signals, const std::vector<std::string> &arguments, fs::path log)
         : name_(fs::path(arguments.front()).filename().string()), log_(std::move(log)) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) { failSystem("cannot create a pipe"); }
-        output_ = Descriptor(ends[0]);
-        const Descriptor input(ends[1]);
-        const pid_t self = getpid();
-        pid_ = fork();
-        if (pid_ < 0) { failSystem("cannot fork"); }
-        if (pid_ == 0) {
-            followParent(self);
-            signals.setBack();
-            become(arguments, input.get());
-        }
+        launch(signals, arguments);
         awaitReady(signals);
     }
     ~Daemon() { stop(); }
@@ -155,6 +150,21 @@ public:
     Daemon &operator=(const Daemon &) = delete;
 
 private:
+    // Our end of the pipe is readable, or closed when the program ends.
+    void launch(const SignalWatch &signals, const std::vector<std::string> &arguments) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) { failSystem("cannot create a pipe"); }
+        output_ = Descriptor(ends[0]);
+        const Descriptor input(ends[1]);
+        const pid_t self = getpid();
+        pid_ = fork();
+        if (pid_ < 0) { failSystem("cannot fork"); }
+        if (pid_ > 0) { return; }
+        followParent(self);
+        signals.setBack();
+        become(arguments, input.get());
+    }
+
     [[noreturn]] void become(const std::vector<std::string> &arguments, int output) const {
         // Out of the terminal's foreground: Ctrl-C is for the command, which may still need us.
         setpgid(0, 0);
@@ -177,36 +187,38 @@ private:
     // Both programs print a line that begins with "ready" when they are.
     void awaitReady(const SignalWatch &signals) {
         const Clock::time_point deadline = Clock::now() + START_LIMIT;
-        std::string said;
-        while (!said.starts_with("ready") || said.find('\n') == said.npos) {
+        std::string said = "\n";
+        while (!isReady(said)) {
             pollfd waits[] = {
                 {output_.get(), POLLIN, 0},
                 { signals.fd(), POLLIN, 0}
             };
             const int ready = poll(waits, std::size(waits), millisecondsTo(deadline));
             if (ready == 0) { giveUp("it is not ready in time"); }
-            const int signal = signals.take();
-            if (signal != 0 && signal != SIGCHLD) {
-                stop();
-                throw Interrupted{signal};
-            }
-            std::array<char, 256> chunk{};
-            if ((waits[0].revents & (POLLIN | POLLHUP)) == 0) { continue; }
-            const ssize_t count = ::read(output_.get(), chunk.data(), chunk.size());
-            if (count <= 0) { giveUp("it ended"); }
-            said.append(chunk.data(), static_cast<std::size_t>(count));
-            if (const std::size_t end = said.find('\n');
-                end != said.npos && !said.starts_with("ready")) {
-                said.erase(0, end + 1);
-            }
+            stopWhenInterrupted(signals);
+            if (waits[0].revents != 0) { said += readOutput(); }
         }
+    }
+
+    void stopWhenInterrupted(const SignalWatch &signals) {
+        const int signal = signals.take();
+        if (signal == 0 || signal == SIGCHLD) { return; }
+        stop();
+        throw Interrupted{signal};
+    }
+
+    std::string readOutput() {
+        std::array<char, 256> chunk{};
+        const ssize_t count = ::read(output_.get(), chunk.data(), chunk.size());
+        if (count <= 0) { giveUp("it ended"); }
+        return {chunk.data(), static_cast<std::size_t>(count)};
     }
 
     [[noreturn]] void giveUp(const std::string &why) {
         stop();
-        std::ostringstream said;
-        said << std::ifstream(log_).rdbuf();
-        const std::string last = said.str();
+        std::string last;
+        std::ifstream log(log_);
+        for (std::string line; std::getline(log, line);) { last = line; }
         failStart(fmt::format("{}: {}{}{}", name_, why, last.empty() ? "" : ", saying ", last));
     }
 

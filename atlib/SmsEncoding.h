@@ -276,8 +276,7 @@ u8 wms_ts_encode_dcs(const SmsDcs *dcs, u8 *out);
 
 /* Packs `count` septets (TS 23.038, 6.1.2.1), one per octet of `chars`, not masked. `shift` fill
  * bits modulo 7 precede them: the first octet is then ORed, so it must hold what stands before it.
- * Writes at most `out_limit` octets (one octet at least behind fill bits) and returns them; 0 for
- * null. */
+ * Writes at most `out_limit` octets and returns them, one at least behind fill bits; 0 for null. */
 u16 wms_ts_pack_gw_7_bit_chars(const u8 *chars, u16 count, u16 shift, u16 out_limit, u8 *out);
 
 /* Unpacks at most `char_limit` septets from at most `in_bound` octets. `shift` is 8 less the fill

@@ -35,7 +35,13 @@ await_ready() {
 
 run() {
     printf '\n$ smspb'
-    printf ' %q' "$@"
+    local word
+    for word in "$@"; do
+        case $word in
+        *' '*) printf " '%s'" "$word" ;;
+        *) printf ' %s' "$word" ;;
+        esac
+    done
     printf '\n'
     "$smspb" "$@"
 }

@@ -45,6 +45,11 @@ void traceTraffic(const char *direction, std::string_view octets) {
     }
 }
 
+// A PDU is sent in answer to a prompt, and a modem that wants more of it prompts again.
+bool mayPrompt(const Command &command) {
+    return command.wantsPrompt || !command.text.ends_with('\r') || promptsForText(command.text);
+}
+
 bool isPlainText(std::string_view line) {
     return std::all_of(line.begin(), line.end(),
                        [](char c) { return (c >= ' ' && c <= '~') || c == '\t'; });
@@ -141,7 +146,6 @@ void AtEngine::synchronise(bool escape, milliseconds settle) {
     state_ = State::SYNCHRONISING;
     probedTwice_ = false;
     settle_ = settle;
-    dropReport();
     probe(escape);
 }
 
@@ -210,7 +214,7 @@ void AtEngine::finish(Ending ending) {
     if (!wasRunning) { return; }
     const bool atWantedPrompt = ending == Ending::PROMPT && command.wantsPrompt;
     const bool mayBeAtPrompt =
-        ending == Ending::PROMPT || command.wantsPrompt || command.text.back() != '\r';
+        ending == Ending::PROMPT || mayPrompt(command) || lines_.isAtPrompt();
     disarm();
     state_ = State::READY;
     if (owed_ > 0 && !atWantedPrompt) { synchronise(mayBeAtPrompt, SETTLE_AFTER_TIMEOUT); }
@@ -288,6 +292,9 @@ void AtEngine::onIdleLine(std::string_view line) {
 }
 
 void AtEngine::onPrompt() {
+    const bool isText = state_ == State::RUNNING && !mayPrompt(exchange_->command);
+    if (isText) { return; }
+    lines_.take();
     if (state_ == State::SYNCHRONISING) {
         // The probe went into a message text. Leave the prompt and ask again, once.
         if (!std::exchange(probedTwice_, true)) { probe(true); }

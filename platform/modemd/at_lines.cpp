@@ -20,6 +20,9 @@ constexpr std::array<std::string_view, 4> CALL_FAILURES = {"NO CARRIER", "NO DIA
 // V.250, 6.3.1 and 6.3.5 to 6.3.7: the commands whose result is a call's.
 constexpr std::array<std::string_view, 4> CALL_COMMANDS = {"ATD", "ATA", "ATO", "ATH"};
 
+// TS 27.005, 3.5.1, 3.5.3 and 3.5.5.
+constexpr std::array<std::string_view, 3> TEXT_COMMANDS = {"+CMGS", "+CMGW", "+CMGC"};
+
 // Reports that are a whole line.
 constexpr std::array<std::string_view, 3> REPORT_LINES = {"RING", "RING_BACK",
                                                           "DIAL CONNECT REQUEST"};
@@ -163,6 +166,12 @@ bool isReport(std::string_view line, std::string_view command) {
     return startsWithOneOf(line, REPORT_PREFIXES) && isPrefixedReport(line, command);
 }
 
+bool promptsForText(std::string_view command) {
+    return std::any_of(TEXT_COMMANDS.begin(), TEXT_COMMANDS.end(), [command](auto name) {
+        return behindName(command, name) && !asksFor(command, name);
+    });
+}
+
 LineAssembler::Event LineAssembler::put(char octet) {
     if (octet == '\0') { return Event::NONE; }
     if (overlong_) {
@@ -171,16 +180,15 @@ LineAssembler::Event LineAssembler::put(char octet) {
     }
     line_ += octet;
     if (octet == '\n') { return Event::LINE; }
-    if (line_ == PROMPT) {
-        line_.clear();
-        return Event::PROMPT;
-    }
+    if (isAtPrompt()) { return Event::PROMPT; }
     if (line_.size() > LINE_OCTETS_MAX) {
         line_.clear();
         overlong_ = true;
     }
     return Event::NONE;
 }
+
+bool LineAssembler::isAtPrompt() const { return line_ == PROMPT; }
 
 std::string LineAssembler::take() {
     std::string line;

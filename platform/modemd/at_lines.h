@@ -34,13 +34,16 @@ bool matchesMarker(std::string_view line, std::string_view marker);
 // "+CREG: 0,1" that answers AT+CREG? is none.
 bool isReport(std::string_view line, std::string_view command);
 
+// Whether the modem answers the command with a prompt and waits for a text (TS 27.005, 3.5 and 4).
+bool promptsForText(std::string_view command);
+
 // Cuts the octets of the tty into lines.
 class LineAssembler {
 public:
     enum class Event {
         NONE,
         LINE,     // take() gives it, line end included
-        PROMPT,   // "> " at the beginning of a line (TS 27.005, 3.5.1); it is consumed
+        PROMPT,   // the line begins with "> " (TS 27.005, 3.5.1); take() it or let it grow
         OVERLONG, // a line of more than LINE_OCTETS_MAX was dropped
     };
 
@@ -49,6 +52,7 @@ public:
     std::string take();
     // Whether a line has begun.
     bool inLine() const { return overlong_ || !lineText(line_).empty(); }
+    bool isAtPrompt() const;
 
 private:
     std::string line_;

@@ -7,10 +7,10 @@
 
 #include <fcntl.h>
 
-#include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
 #include "comm/zeldcard_common.h"
+#include "platform/modemd/at_lines.h"
 
 namespace smspb::modemd {
 namespace {
@@ -46,12 +46,18 @@ const char *describe(Result result) {
     return "unknown result";
 }
 
+// For the log: what a line that is not known holds may be anything, a message body as well.
+std::string_view reportName(std::string_view lines) {
+    const std::string_view line = lines.substr(0, lines.find('\r'));
+    return isReport(line, {}) ? line.substr(0, line.find(':')) : "of an unknown kind";
+}
+
 } // namespace
 
 void notifyReport(std::string_view lines) {
     const u32 status =
         zeldcard_send_notify(REPORT_NOTIFICATION, lines.data(), static_cast<u32>(lines.size()));
-    const std::string_view name = lines.substr(0, lines.find_first_of(":\r"));
+    const std::string_view name = reportName(lines);
     if (status == IPC_OK) {
         spdlog::info("report told: {}", name);
     } else {
@@ -92,8 +98,8 @@ void IpcFace::takeRequest(ipc::Block received) {
         queue_->add({std::move(request), [this, block] { return isWanted(*block); },
                      [this, block, name](const Answer &given) { answer(*block, name, given); }});
     } catch (const MalformedRequest &error) {
-        spdlog::warn("request refused: {}", error.what());
-        answer(*block, fmt::format("0x{:08x}", block->messageId()), {Result::MALFORMED, {}});
+        spdlog::warn("request 0x{:08x} refused: {}", block->messageId(), error.what());
+        answer(*block, "malformed request", {Result::MALFORMED, {}});
     }
 }
 
@@ -102,7 +108,7 @@ bool IpcFace::isWanted(const ipc::Block &request) const {
 }
 
 void IpcFace::answer(const ipc::Block &request, const std::string &name, const Answer &answer) {
-    if (answer.result != Result::CARRIED_OUT) {
+    if (answer.result != Result::CARRIED_OUT && answer.result != Result::MALFORMED) {
         spdlog::warn("{} failed: {}", name, describe(answer.result));
     }
     if (!server_.senderWaits(request)) {

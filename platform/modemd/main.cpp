@@ -54,10 +54,10 @@ void declare(CLI::App &app, Options *options) {
         ->capture_default_str();
     app.add_flag("--verbose", options->verbose, "Log the AT traffic, message bodies included");
     app.add_flag("--foreground")->description("Stay in the foreground, as it always does");
-    app.footer(
-        "Prints \"ready\" once requests are taken; logs to standard error. SIGTERM and SIGINT "
-        "end it.\nExit status: 0 ended by a signal, 1 cannot run, 2 wrong usage.\n"
-        "Example: smspb-modemd --device /dev/ttyUSB2");
+    app.footer("Prints \"ready\" once requests are taken; logs to standard error. SIGTERM, SIGINT "
+               "and SIGHUP "
+               "end it.\nExit status: 0 ended by a signal, 1 cannot run, 2 wrong usage.\n"
+               "Example: smspb-modemd --device /dev/ttyUSB2");
 }
 
 void openLog(bool verbose) {
@@ -81,7 +81,7 @@ void serve(const Options &options) {
     std::fflush(stdout);
 
     // Whoever waits is answered before the loop runs out of work.
-    asio::signal_set signals(loop, SIGINT, SIGTERM);
+    asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
     signals.async_wait([&](asio::error_code, int number) {
         spdlog::info("ending on signal {}", number);
         face.stop();

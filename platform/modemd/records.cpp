@@ -2,6 +2,7 @@
 #include "platform/modemd/records.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
 
@@ -179,7 +180,8 @@ std::size_t tpduOctets(std::string_view pdu) {
 }
 
 std::string_view commandName(std::string_view command) {
-    return command.substr(0, command.find_first_of("=?; \r"));
+    const bool isBasic = command.size() > 2 && std::isalpha(static_cast<unsigned char>(command[2]));
+    return command.substr(0, isBasic ? 3 : command.find_first_of("=?; \r"));
 }
 
 Request parseRequest(u32 messageId, std::span<const std::byte> record) {

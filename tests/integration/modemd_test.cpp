@@ -34,6 +34,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
+#include <spdlog/spdlog.h>
 
 #include "atlib/USBModem.h"
 #include "comm/zeldcard_common.h"
@@ -57,11 +58,16 @@ constexpr auto SOON = 10000ms;  // for what must come; ends a test that would ha
 constexpr auto QUIET = 60ms;    // for what must not come
 constexpr u32 PATIENCE = 20000; // IPC wait in milliseconds
 
+using Texts = std::vector<std::string>;
+
 const std::vector<std::string> USUAL_MARKERS = {"OK", "ERROR", "+CMS ERROR:", "+CME ERROR:"};
+
+// What leaves a prompt and asks whether the modem is there.
+const std::string ESCAPE_AND_PROBE = std::string("\x1b") + "ATE0\r";
 
 // A SUBMIT without service centre (1 + 18 octets), and one with (8 + 18 octets).
 const std::string PDU = "0001000B915155001000F0000005E8329BFD06";
-const std::string PDU_WITH_CENTRE = "0791515500009" + std::string("0F9") + PDU.substr(2);
+const std::string PDU_WITH_CENTRE = "07915155000090F9" + PDU.substr(2);
 
 // ---- descriptors and processes ----
 
@@ -582,6 +588,9 @@ TEST(Record, TheNameOfACommandHoldsNoParameter) {
     EXPECT_EQ(commandName("AT+CPBW=1,\"5551\"\r"), "AT+CPBW");
     EXPECT_EQ(commandName("AT+CMGF?\r"), "AT+CMGF");
     EXPECT_EQ(commandName("ATI\r"), "ATI");
+    EXPECT_EQ(commandName("ATD5551;\r"), "ATD");
+    EXPECT_EQ(commandName("AT\r"), "AT");
+    EXPECT_EQ(commandName("AT^SYSINFO\r"), "AT^SYSINFO");
 }
 
 // ================ lines ================
@@ -658,7 +667,7 @@ std::vector<std::string> linesOf(std::string_view octets, LineAssembler *assembl
         switch (assembler->put(octet)) {
         case LineAssembler::Event::NONE: break;
         case LineAssembler::Event::LINE: lines.push_back(assembler->take()); break;
-        case LineAssembler::Event::PROMPT: lines.emplace_back("prompt"); break;
+        case LineAssembler::Event::PROMPT: lines.push_back("prompt " + assembler->take()); break;
         case LineAssembler::Event::OVERLONG: lines.emplace_back("overlong"); break;
         }
     }
@@ -669,8 +678,26 @@ TEST(LineAssembly, KeepsLineEndsAndKnowsThePrompt) {
     LineAssembler assembler;
     EXPECT_EQ(
         linesOf("\r\n+CMGS: 1\r\nlone\n\r\n> \r\nx> y", &assembler),
-        (std::vector<std::string>{"\r\n", "+CMGS: 1\r\n", "lone\n", "\r\n", "prompt", "\r\n"}));
+        (std::vector<std::string>{"\r\n", "+CMGS: 1\r\n", "lone\n", "\r\n", "prompt > ", "\r\n"}));
     EXPECT_TRUE(assembler.inLine());
+}
+
+TEST(LineAssembly, APromptThatIsLeftAloneGrowsIntoALine) {
+    LineAssembler assembler;
+    EXPECT_EQ(assembler.put('>'), LineAssembler::Event::NONE);
+    EXPECT_EQ(assembler.put(' '), LineAssembler::Event::PROMPT);
+    EXPECT_TRUE(assembler.isAtPrompt());
+    EXPECT_EQ(linesOf("text\r\n", &assembler), Texts{"> text\r\n"});
+    EXPECT_FALSE(assembler.isAtPrompt());
+}
+
+TEST(Line, CommandsThatTakeATextAreKnown) {
+    EXPECT_TRUE(promptsForText("AT+CMGS=18\r"));
+    EXPECT_TRUE(promptsForText("at+cmgw\r"));
+    EXPECT_TRUE(promptsForText("AT+CMGC = 5\r"));
+    EXPECT_FALSE(promptsForText("AT+CMGW=?\r"));
+    EXPECT_FALSE(promptsForText("AT+CMGR=1\r"));
+    EXPECT_FALSE(promptsForText("AT+CMSS=1\r"));
 }
 
 TEST(LineAssembly, DropsZeroOctets) {
@@ -707,41 +734,39 @@ std::vector<std::string> reportsOf(const std::vector<std::string> &lines) {
     return reports;
 }
 
-using Reports = std::vector<std::string>;
-
 TEST(ReportAssembly, AMessageIsToldWithTheLineBehindIt) {
-    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "0791\r\n"}), Reports{"+CMT: ,24\r\n0791\r\n"});
-    EXPECT_EQ(reportsOf({"+CDS: 25\r\n", "0006\r\n"}), Reports{"+CDS: 25\r\n0006\r\n"});
-    EXPECT_EQ(reportsOf({"+CBM: 88\r\n", "0001\r\n"}), Reports{"+CBM: 88\r\n0001\r\n"});
+    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "0791\r\n"}), Texts{"+CMT: ,24\r\n0791\r\n"});
+    EXPECT_EQ(reportsOf({"+CDS: 25\r\n", "0006\r\n"}), Texts{"+CDS: 25\r\n0006\r\n"});
+    EXPECT_EQ(reportsOf({"+CBM: 88\r\n", "0001\r\n"}), Texts{"+CBM: 88\r\n0001\r\n"});
     EXPECT_EQ(reportsOf({"+CMT: \"+49\",,\"26/01/02\"\r\n", "RING\r\n"}),
-              Reports{"+CMT: \"+49\",,\"26/01/02\"\r\nRING\r\n"});
+              Texts{"+CMT: \"+49\",,\"26/01/02\"\r\nRING\r\n"});
 }
 
 TEST(ReportAssembly, AStatusReportInTextModeIsOneLine) {
     EXPECT_EQ(reportsOf({"+CDS: 6,12,\"+49\",145,\"26/01/02\",\"26/01/02\",0\r\n", "RING\r\n"}),
-              (Reports{"+CDS: 6,12,\"+49\",145,\"26/01/02\",\"26/01/02\",0\r\n", "RING\r\n"}));
+              (Texts{"+CDS: 6,12,\"+49\",145,\"26/01/02\",\"26/01/02\",0\r\n", "RING\r\n"}));
 }
 
 TEST(ReportAssembly, BehindABlankLineOnlyAPduBelongsToAMessage) {
-    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "\r\n", "0791\r\n"}), Reports{"+CMT: ,24\r\n0791\r\n"});
-    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "\r\n", "OK\r\n"}), (Reports{"+CMT: ,24\r\n", "[OK]"}));
+    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "\r\n", "0791\r\n"}), Texts{"+CMT: ,24\r\n0791\r\n"});
+    EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "\r\n", "OK\r\n"}), (Texts{"+CMT: ,24\r\n", "[OK]"}));
     EXPECT_EQ(reportsOf({"+CMT: ,24\r\n", "\r\n", "RING\r\n"}),
-              (Reports{"+CMT: ,24\r\n", "RING\r\n"}));
+              (Texts{"+CMT: ,24\r\n", "RING\r\n"}));
 }
 
 TEST(ReportAssembly, AUssdTextMayHoldLineEnds) {
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"one\r\n", "\r\n", "two\n", "three\",15\r\n"}),
-              Reports{"+CUSD: 0,\"one\r\n\r\ntwo\nthree\",15\r\n"});
+              Texts{"+CUSD: 0,\"one\r\n\r\ntwo\nthree\",15\r\n"});
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"say \"hi\" now\",15\r\n"}),
-              Reports{"+CUSD: 0,\"say \"hi\" now\",15\r\n"});
+              Texts{"+CUSD: 0,\"say \"hi\" now\",15\r\n"});
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"open\r\n", "end\"\r\n"}),
-              Reports{"+CUSD: 0,\"open\r\nend\"\r\n"});
-    EXPECT_EQ(reportsOf({"+CUSD: 2\r\n", "RING\r\n"}), (Reports{"+CUSD: 2\r\n", "RING\r\n"}));
+              Texts{"+CUSD: 0,\"open\r\nend\"\r\n"});
+    EXPECT_EQ(reportsOf({"+CUSD: 2\r\n", "RING\r\n"}), (Texts{"+CUSD: 2\r\n", "RING\r\n"}));
 }
 
 TEST(ReportAssembly, AUssdTextThatNeverEndsGivesWayToAFinalResult) {
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"open\r\n", "\r\n", "OK\r\n"}),
-              (Reports{"+CUSD: 0,\"open\r\n\r\n", "[OK]"}));
+              (Texts{"+CUSD: 0,\"open\r\n\r\n", "[OK]"}));
     const std::string line = std::string(1000, 'x') + "\r\n";
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"", line, line, line, line, line, "+X\r\n"}).back(), "[+X]");
 }
@@ -782,8 +807,6 @@ struct HeldRunner {
         std::exchange(answer, nullptr)({result, {}});
     }
 };
-
-using Texts = std::vector<std::string>;
 
 TEST(Queue, ServesInOrderOneAtATime) {
     HeldRunner held;
@@ -1041,6 +1064,12 @@ TEST_F(Modemd, TellsReportsWhileNobodyAsks) {
     modem_.say("02\r\n\r\nNO CARRIER\r\n");
     EXPECT_EQ(textOf(reports.receive(SOON).value()), "+CMT: ,2\r\n0102\r\n");
     EXPECT_EQ(textOf(reports.receive(SOON).value()), "NO CARRIER\r\n");
+    modem_.say("\r\nsecret body\r\n");
+    EXPECT_EQ(textOf(reports.receive(SOON).value()), "secret body\r\n");
+    EXPECT_TRUE(daemon_->logs("report told: +CMT"));
+    EXPECT_TRUE(daemon_->logs("report told: of an unknown kind"));
+    EXPECT_EQ(daemon_->log().find("0102"), std::string::npos) << "bodies are not logged";
+    EXPECT_EQ(daemon_->log().find("secret"), std::string::npos);
 }
 
 TEST_F(Modemd, ALineThatBeganBeforeTheCommandIsNoPartOfTheReply) {
@@ -1086,18 +1115,15 @@ TEST_F(Modemd, ASilentModemFailsTheRequestAfterItsWait) {
 
 TEST_F(Modemd, AModemThatStaysSilentFailsTheNextRequestToo) {
     startInStep();
-    Question first = command("AT+CMGR=1\r", USUAL_MARKERS, 1);
-    modem_.expect("AT+CMGR=1\r");
+    Question first = command("AT+CMGR=1\r", USUAL_MARKERS, 30);
+    modem_.answer("AT+CMGR=1\r", "\r\n+CMGR: 1,,24\r\n");
     first.fails(Result::NO_ANSWER);
-    Question second = command("AT+CMGR=2\r");
-    modem_.expect("ATE0\r\x1b"
-                  "ATE0\r");
+    Question second = command("AT+CMGR=2\r", {}); // would take any text for its reply
+    modem_.expect("ATE0\r" + ESCAPE_AND_PROBE);
     second.fails(Result::NO_ANSWER);
     EXPECT_TRUE(daemon_->logs("does not answer"));
     Question third = command("AT+CMGR=3\r");
-    modem_.answer("\x1b"
-                  "ATE0\r",
-                  "\r\nOK\r\n");
+    modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n");
     modem_.answer("AT+CMGR=3\r", "\r\nOK\r\n");
     third.gives("\r\nOK\r\n");
 }
@@ -1119,6 +1145,26 @@ TEST_F(Modemd, LateOutputIsNotTakenForTheNextReply) {
     EXPECT_TRUE(daemon_->logs("2 late lines of the modem dropped")) << daemon_->log();
     EXPECT_EQ(textOf(reports.receive(SOON).value()), "+CMTI: \"SM\",4\r\n");
     EXPECT_FALSE(reports.receive(QUIET));
+}
+
+TEST_F(Modemd, AMessageIsToldThoughItsSecondLineComesLate) {
+    smspb::ipc::Subscription reports({REPORT_NOTIFICATION});
+    startInStep();
+    Question slow = command("AT+CMGR=1\r", USUAL_MARKERS, 30);
+    modem_.answer("AT+CMGR=1\r", "\r\n+CMT: ,2\r\n");
+    slow.fails(Result::NO_ANSWER);
+    modem_.answer("ATE0\r", "0102\r\n\r\nOK\r\n\r\nOK\r\n");
+    EXPECT_EQ(textOf(reports.receive(SOON).value()), "+CMT: ,2\r\n0102\r\n");
+    expectAlive();
+}
+
+TEST_F(Modemd, ARequestGetsAWholeAttemptToWakeTheModem) {
+    start();
+    modem_.expect("ATE0\r" + ESCAPE_AND_PROBE);
+    Question question = command("AT\r");
+    modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n");
+    modem_.answer("AT\r", "\r\nOK\r\n");
+    question.gives("\r\nOK\r\n");
 }
 
 TEST_F(Modemd, ALateAnswerToAQueryIsNoReport) {
@@ -1160,9 +1206,24 @@ TEST_F(Modemd, LeavesAPromptThatNobodyAskedFor) {
     Question question = command("AT+CMGS=\"5551\"\r");
     modem_.answer("AT+CMGS=\"5551\"\r", "\r\n> ");
     question.fails(Result::NO_PROMPT);
-    modem_.answer("\x1b"
-                  "ATE0\r",
-                  "\r\nOK\r\n\r\nOK\r\n");
+    modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
+    expectAlive();
+}
+
+TEST_F(Modemd, ATextThatLooksLikeAPromptIsPartOfTheReply) {
+    startInStep();
+    const std::string reply = "\r\n+CMGR: \"REC READ\",\"+49\"\r\n> yes\r\n\r\nOK\r\n";
+    Question question = command("AT+CMGR=1\r");
+    modem_.answer("AT+CMGR=1\r", reply);
+    question.gives(reply);
+}
+
+TEST_F(Modemd, LeavesAPromptOfACommandThatIsNotKnownToPrompt) {
+    startInStep();
+    Question question = command("AT^TEXT=1\r", USUAL_MARKERS, 50);
+    modem_.answer("AT^TEXT=1\r", "\r\n> ");
+    question.fails(Result::NO_ANSWER);
+    modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
     expectAlive();
 }
 
@@ -1175,14 +1236,18 @@ TEST_F(Modemd, ALineThatIsTooLongFailsTheRequestItBelongsTo) {
     expectAlive();
 }
 
-// What another process left unread or unanswered when it had the terminal.
+// What another process left unread, and what still comes for it, when it had the terminal.
 TEST_F(Modemd, OutputForAnEarlierOwnerIsNotTakenForAReply) {
-    modem_.say("\r\n+CMGR: 1,,24\r\n0791\r\n\r\nOK\r\n");
+    modem_.say("\r\n+CMGR: 1,,24\r\n0791\r\n\r\nOK\r\n\r\nOK\r\n");
     start();
+    modem_.expect("ATE0\r");
     Question question = command("AT\r");
-    modem_.answer("ATE0\r", "\r\nOK\r\n");
     modem_.answer("AT\r", "\r\nERROR\r\n");
     question.gives("\r\nERROR\r\n");
+    daemon_->signal(SIGTERM);
+    EXPECT_EQ(daemon_->exitCode(), 0);
+    EXPECT_NE(daemon_->log().find("2 late lines"), std::string::npos) << daemon_->log();
+    EXPECT_EQ(daemon_->log().find("without a command"), std::string::npos) << daemon_->log();
 }
 
 // ================ the terminal ================
@@ -1235,8 +1300,13 @@ TEST_F(Modemd, ATerminalThatTakesNoOctetsIsOpenedAnew) {
 }
 
 TEST_F(Modemd, IsSetRawAtTheGivenRate) {
-    startInStep({"--baud", "9600"});
     termios line{};
+    ASSERT_EQ(::tcgetattr(modem_.terminal(), &line), 0);
+    line.c_lflag |= ICANON | ECHO | ISIG;
+    line.c_iflag |= ICRNL | IXON;
+    line.c_oflag |= OPOST;
+    ASSERT_EQ(::tcsetattr(modem_.terminal(), TCSANOW, &line), 0);
+    startInStep({"--baud", "9600"});
     ASSERT_EQ(::tcgetattr(modem_.terminal(), &line), 0);
     EXPECT_EQ(::cfgetospeed(&line), static_cast<speed_t>(B9600));
     EXPECT_EQ(line.c_lflag & (ICANON | ECHO | ISIG), 0u);
@@ -1513,8 +1583,6 @@ void PrintTo(const ExchangeCase &c, std::ostream *out) { *out << c.name; }
 const std::pair<std::string, std::string> MODE_STEP = {"AT+CMGF=0\r", "\r\nOK\r\n"};
 const std::pair<std::string, std::string> LENGTH_STEP = {"AT+CMGS=18\r", "\r\n> "};
 const std::string PDU_STEP = PDU + "\x1a";
-const std::string ESCAPE_AND_PROBE = "\x1b"
-                                     "ATE0\r";
 
 class ModemdExchange : public Modemd, public testing::WithParamInterface<ExchangeCase> {};
 
@@ -1583,6 +1651,7 @@ protected:
         : modem_(directory_ / "tty"),
           engine_(loop_, directory_ / "tty", 115200, [](std::string_view) {}),
           service_(engine_, {50ms, 50ms, 50ms, 5000ms}), work_(loop_.get_executor()) {
+        spdlog::set_level(spdlog::level::off);
         engine_.start();
         thread_ = std::thread([this] { loop_.run(); });
         modem_.answerProbe();
@@ -1636,8 +1705,10 @@ TEST_F(ShortWaits, APromptThatComesTooLateIsLeftToo) {
     modem_.expect("AT+CMGS=18\r");
     EXPECT_EQ(answer.get().result, Result::NO_PROMPT);
     modem_.expect(ESCAPE_AND_PROBE);
+    const auto begin = steady_clock::now();
     modem_.say("\r\n> "); // had not come yet when the escape was sent: the probe is message text
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
+    EXPECT_LT(steady_clock::now() - begin, AT_ONCE) << "without waiting for the probe";
     auto again = send();
     modem_.answer("AT+CMGF=0\r", "\r\nERROR\r\n");
     EXPECT_EQ(again.get().text, "\r\nERROR\r\n");

@@ -163,7 +163,8 @@ std::vector<std::size_t> split(std::size_t units, Capacity capacity) {
     return sizes;
 }
 
-// A no-break space would go out as the escape septet, which joins with the character behind it.
+// In GSM 7-bit a no-break space goes out as the escape septet, which would join with the character
+// behind it.
 std::size_t replaceNoBreakSpaces(std::u32string &text) {
     const auto count = std::count(text.begin(), text.end(), U'\u00A0');
     std::replace(text.begin(), text.end(), U'\u00A0', U' ');
@@ -241,12 +242,12 @@ std::u32string readText(const std::string &argument) {
 
 Plan compose(const Number &number, std::u32string text, bool reportRequested, u8 reference) {
     Plan plan;
-    plan.blanksReplaced = replaceNoBreakSpaces(text);
+    plan.forcing = forcingCharacters(text);
+    plan.isUcs2 = !plan.forcing.empty();
+    if (!plan.isUcs2) { plan.blanksReplaced = replaceNoBreakSpaces(text); }
     plan.characters = text.size();
     std::u16string units = toUnits(text);
     plan.units = units.size();
-    plan.forcing = forcingCharacters(text);
-    plan.isUcs2 = !plan.forcing.empty();
     plan.segmentsAsGsm = split(plan.characters, GSM_CAPACITY).size();
     const Capacity capacity = plan.isUcs2 ? UCS2_CAPACITY : GSM_CAPACITY;
     plan.segmentUnits = split(plan.units, capacity);

@@ -225,7 +225,9 @@ nlohmann::ordered_json toJson(const Failure &failure) {
     if (failure.modem && failure.modem->number) {
         error["modem_error_number"] = *failure.modem->number;
     }
-    if (!failure.completed.empty()) { error["completed"] = failure.completed; }
+    for (const auto &number : failure.completed) {
+        error["completed"].push_back(number ? nlohmann::ordered_json(*number) : nullptr);
+    }
     if (!failure.hint.empty()) { error["hint"] = failure.hint; }
     return error;
 }

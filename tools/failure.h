@@ -47,7 +47,9 @@ struct Failure : std::runtime_error {
     std::string hint;          // what to do next, without full stop
     std::optional<u32> status; // of the library (SMS_... of atlib/CSMS.h)
     std::optional<ModemError> modem;
-    std::vector<u32> completed; // what was done before: message references or indexes
+    // What was done before: message references or indexes, null for one that the modem did not
+    // give.
+    std::vector<std::optional<u32>> completed;
 };
 
 // The error that ends a modem's reply; nothing when it ends well.

@@ -89,7 +89,7 @@ std::vector<std::optional<u32>> transferAll(const Console &console, const Transf
             numbers.push_back(transferSegment(transfer, segment, what));
         } catch (const Failure &failure) {
             Failure whole = partly(failure, transfer, numbers.size(), segments.size());
-            for (const auto &number : numbers) { whole.completed.push_back(number.value_or(0)); }
+            whole.completed = numbers;
             throw whole;
         }
     }
@@ -376,7 +376,7 @@ void remove(const Console &console, const StorageOptions &options) {
             deleted.push_back(index);
         } catch (Failure &failure) {
             if (!deleted.empty()) { failure.exit = Exit::IN_PART; }
-            failure.completed = deleted;
+            failure.completed.assign(deleted.begin(), deleted.end());
             throw;
         }
     }

@@ -87,9 +87,14 @@ void checkCommand(const std::string &command) {
     };
     const std::string kept = essence(command);
     if (!kept.starts_with("AT")) { refuse("does not begin with AT", "for example AT+CSQ"); }
-    const bool plain = std::all_of(command.begin(), command.end(),
-                                   [](unsigned char c) { return c >= 0x20 && c != 0x7F; });
-    if (!plain) { refuse("holds a control character", "give one line; its end is added"); }
+    const std::u32string characters = toCharacters(command);
+    const auto odd = std::find_if(characters.begin(), characters.end(),
+                                  [](char32_t c) { return c < 0x20 || c > 0x7E; });
+    if (odd != characters.end()) {
+        refuse(fmt::format("holds {} at character {}", codePointName(*odd),
+                           odd - characters.begin() + 1),
+               "an AT command is one line of ASCII; its end is added");
+    }
     if (command.size() > AT_CHARACTERS_MAX) {
         refuse(fmt::format("has {} characters", command.size()),
                fmt::format("at most {} fit", AT_CHARACTERS_MAX));

@@ -445,6 +445,9 @@ TEST(Plans, ANoBreakSpaceGoesAsBlankBecauseItsSeptetIsTheEscape) {
     EXPECT_FALSE(plan.isUcs2);
     EXPECT_EQ(plan.blanksReplaced, 1U);
     EXPECT_EQ(interpret(plan.segments[0].pdu).text, u"10 e");
+    const Plan ucs2 = compose(parseNumber("1", "NUMBER"), U"10\u00A0€", false, 0);
+    EXPECT_EQ(ucs2.blanksReplaced, 0U);
+    EXPECT_EQ(interpret(ucs2.segments[0].pdu).text, u"10\u00A0€");
 }
 
 TEST(Plans, TheLastTextThatFitsIsTakenAndTheNextIsRefused) {

@@ -456,7 +456,8 @@ TEST_F(Tool, AWrongCommandLineSaysWhereHelpIs) {
 
 TEST_F(Tool, AnAtCommandThatCannotGoIsRefused) {
     expectFailure({"at", "CSQ"}, USAGE, "does not begin with AT", "AT+CSQ");
-    expectFailure({"at", "AT\rAT"}, USAGE, "control character", "one line");
+    expectFailure({"at", "AT\rAT"}, USAGE, "holds U+000D at character 3", "one line of ASCII");
+    expectFailure({"at", "AT+X=\"é\""}, USAGE, "holds U+00E9 at character 7", "ASCII");
     expectFailure({"at", "AT+CMGS=23"}, USAGE, "wait for a message", "smspb send");
     expectFailure({"at", "at +cmgw = 23"}, USAGE, "wait for a message", "smspb save");
     expectFailure({"at", "AT" + std::string(926, 'X')}, USAGE, "928 characters", "927");

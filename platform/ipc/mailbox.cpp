@@ -66,6 +66,9 @@ bool watch(int poller, int fd) {
     return epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
+// A connection that is kept for its answer must not make the mailbox look full when it hangs up.
+void stopWatching(int poller, int fd) { epoll_ctl(poller, EPOLL_CTL_DEL, fd, nullptr); }
+
 bool isReadable(int fd) {
     pollfd event = {fd, POLLIN, 0};
     return poll(&event, 1, 0) > 0;
@@ -175,6 +178,7 @@ std::optional<Mailbox::Sender> Mailbox::oldestReady() {
     if (oldest == silent_.size()) { return std::nullopt; }
     Sender sender = std::move(silent_[oldest]);
     silent_.erase(silent_.begin() + static_cast<std::ptrdiff_t>(oldest));
+    stopWatching(poller_.get(), sender.connection.get());
     return sender;
 }
 

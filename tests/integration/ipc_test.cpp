@@ -686,6 +686,17 @@ TEST_F(Serving, TheDescriptorIsReadableWhileThereIsSomethingToReceive) {
     EXPECT_FALSE(isReadable());
 }
 
+TEST_F(Serving, AKeptRequestWhoseSenderHangsUpIsNothingToReceive) {
+    Server server(DESTINATION);
+    Child asker([] { return ask("quick!", 100).status == IPC_SEND_FAILED ? 0 : 1; });
+    const auto request = server.receive(SOON);
+    ASSERT_TRUE(request);
+    EXPECT_EQ(asker.exitCode(), 0);
+    pollfd event = {server.fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&event, 1, 0), 0);
+    EXPECT_FALSE(server.receive(0ms));
+}
+
 TEST_F(Serving, AServerLearnsThatTheSenderGaveUp) {
     Server server(DESTINATION);
     Child asker([] { return ask("quick!", 100).status == IPC_SEND_FAILED ? 0 : 1; });

@@ -1,8 +1,10 @@
 #include "tools/modem.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include <fmt/format.h>
@@ -16,6 +18,7 @@ namespace smspb::cli {
 namespace {
 
 constexpr u32 MODEM_MANAGER = 1; // its IPC destination
+constexpr std::chrono::milliseconds LETTING_GO{50};
 constexpr const char *START_MANAGER =
     "start smspb-modemd --device TTY, or use --simulate to try without a modem";
 
@@ -88,6 +91,8 @@ Failure refusal(const ModemError &error, std::string_view what) {
 
 Failure noAnswer(std::string_view what, std::string_view remark) {
     modemIsSilent = true;
+    // A manager that was killed drops our request a moment before it lets go of its socket.
+    if (isManagerThere()) { std::this_thread::sleep_for(LETTING_GO); }
     if (!isManagerThere()) {
         return {Exit::NO_MANAGER,
                 fmt::format("cannot {}: the modem manager is gone{}", what, remark), START_MANAGER};

@@ -936,7 +936,8 @@ std::vector<std::string> processesOf(const fs::path &directory) {
     std::vector<std::string> found;
     for (const fs::directory_entry &entry : fs::directory_iterator("/proc")) {
         std::ifstream file(entry.path() / "cmdline");
-        const std::string line((std::istreambuf_iterator<char>(file)), {});
+        std::string line; // zeros between the arguments; empty when the process has just ended
+        std::getline(file, line);
         const bool isSelf = entry.path().filename() == std::to_string(getpid());
         if (!isSelf && contains(line, directory.string())) { found.push_back(line); }
     }

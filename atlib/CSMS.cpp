@@ -16,13 +16,18 @@ static const u32 COMMAND_WAIT = 3000;   // milliseconds
 static const u32 TRANSFER_WAIT = 35000; // milliseconds, for one segment
 static const u32 INIT_ATTEMPTS = 7;
 static const u32 INDEX_UNSET = 0xFFFFFFFF;
+static const u32 REPORT_MESSAGE = 1; // kinds of PopupSms
+static const u32 REPORT_STATUS = 3;
+static const i32 USSD_DEFAULT_ALPHABET = 15; // TS 23.038, 5
 
 enum {
     COMMAND_ROOM = 64,
     CSCA_DIGITS = SMS_NUMBER_UNITS, // characters of a service-centre address
     SHORT_FIELD_ROOM = 10,          // a status or a length, its zero included
     COUNT_FIELD_ROOM = 100,
-    TRANSFER_PDU_ROOM = 800
+    TRANSFER_PDU_ROOM = 800,
+    USSD_TEXT_MAX = 29,
+    USSD_COMMAND_ROOM = 48
 };
 
 // The final results that end a reply, as the send and store requests pass them.
@@ -500,4 +505,212 @@ u32 deleteByStoreId(u32 index, u32 storage) {
 u32 deleteSMSByID(u32 id) {
     // KEPT: only the low 16 bits count, and the storage is always "ME"; callers rely on it.
     return deleteByStoreId(id & 0xFFFF, SMS_STORAGE_ME);
+}
+
+// Reports that come without storage: TS 27.005, 3.4.1.
+
+static bool holdsMessage(const char *line) {
+    AtCursor at = {line};
+    return skipPast(&at, "+CMT: ") && skipPast(&at, ",");
+}
+
+u32 PopupSms(SmsRecord **record, const char *line, u32 *kind) {
+    if (holdsMessage(line)) {
+        *kind = REPORT_MESSAGE;
+    } else if (HasSubStr(line, "+CDS: ") != nullptr) {
+        *kind = REPORT_STATUS;
+    } else {
+        return SMS_NO_REPLY;
+    }
+    SmsRecord *message = static_cast<SmsRecord *>(malloc(sizeof(SmsRecord)));
+    if (message == nullptr) {
+        LOG_LINE("malloc sms pdu failure\n\n");
+        return SMS_NO_MEMORY;
+    }
+    memset(message, 0, sizeof(*message));
+    *record = message;
+    return decodePopupSms(line, message);
+}
+
+// The PDU of a report, as its own line.
+static u32 decodeReportPdu(const char *pdu, SmsRecord *record) {
+    memset(&record->message, 0, sizeof(record->message));
+    return sms_decode_pdu(pdu, &record->message) != 0 ? SMS_BAD_PDU : SMS_OK;
+}
+
+u32 decodePopupSms(const char *line, SmsRecord *record) {
+    AtCursor at = {line};
+    char length[SHORT_FIELD_ROOM];
+    char pdu[SMS_PDU_TEXT_ROOM];
+    // +CMT: <alpha>,<length>\r\n<pdu>\r\n
+    if (skipPast(&at, "+CMT:")) {
+        LOG_LINE("deliver class 0 sms\n\n");
+        memset(record, 0, sizeof(*record));
+        if (!skipPast(&at, ",") || !takeUntil(&at, "\r\n", length, sizeof(length))) {
+            return SMS_INVALID_ARGUMENT;
+        }
+        LOG_LINE("deliver sms pdu size=%d\n\n", looseInt(length));
+        if (!takeUntil(&at, "\r\n", pdu, sizeof(pdu))) { return SMS_INVALID_ARGUMENT; }
+        LOG_LINE("deliver sms pdu data=%s\n\n", pdu);
+        return decodeReportPdu(pdu, record);
+    }
+    // +CDS: <length>\r\n<pdu>\r\n
+    if (skipPast(&at, "+CDS: ")) {
+        LOG_LINE("report status sms\n\n");
+        memset(record, 0, sizeof(*record));
+        if (!takeUntil(&at, "\r\n", length, sizeof(length))) { return SMS_INVALID_ARGUMENT; }
+        LOG_LINE("report sms pdu size=%d\n\n", looseInt(length));
+        if (!takeUntil(&at, "\r\n", pdu, sizeof(pdu))) { return SMS_INVALID_ARGUMENT; }
+        LOG_LINE("report sms pdu data=%s\n\n", pdu);
+        const u32 status = decodeReportPdu(pdu, record);
+        if (status != SMS_OK) { LOG_LINE("decode pdu error:%d\n\n", static_cast<int>(status)); }
+        return status;
+    }
+    LOG_LINE("invalid pop up msg:%s\n\n", line);
+    return SMS_FIELD_MISSING;
+}
+
+i32 getCBMindex(const char *line) { return HasSubStr(line, "+CBM: ") != nullptr ? 0 : -1; }
+
+// Octets and a zero behind them as a heap block, null when memory is out.
+static u8 *copyOctets(const void *octets, u32 octetCount) {
+    u8 *block = static_cast<u8 *>(malloc(size_t{octetCount} + 1));
+    if (block == nullptr) { return nullptr; }
+    if (octetCount > 0) { memcpy(block, octets, octetCount); }
+    block[octetCount] = 0;
+    return block;
+}
+
+// +CBM: <length>\r\n<page>\r\n
+u32 decodeCBM(const char *line, u8 **octets, u32 *length) {
+    AtCursor at = {line};
+    char size[SHORT_FIELD_ROOM];
+    char page[SMS_PDU_TEXT_ROOM];
+    if (!skipPast(&at, "+CBM: ") || !takeUntil(&at, "\r\n", size, sizeof(size))) {
+        return SMS_FIELD_MISSING;
+    }
+    *length = static_cast<u32>(looseInt(size));
+    LOG_LINE("cbm pdu size:%d\n\n", looseInt(size));
+    if (!takeUntil(&at, "\r\n", page, sizeof(page))) { return SMS_FIELD_MISSING; }
+    const u32 digitCount = static_cast<u32>(strlen(page));
+    LOG_LINE("cbm pdu:%s strlen(pdu):%d\n\n", page, static_cast<int>(digitCount));
+    u8 converted[SMS_PDU_TEXT_ROOM / 2];
+    if (dsatetsismsi_encode_pdu(page, converted, digitCount / 2) != 0) {
+        LOG_LINE("convert Hex stream to stream of octets failure\n");
+        return SMS_BAD_PDU;
+    }
+    u8 *block = copyOctets(converted, digitCount / 2);
+    if (block == nullptr) { return SMS_NO_MEMORY; }
+    *octets = block;
+    return SMS_OK;
+}
+
+// The list of received chunks.
+
+RxDataNode *AddRxDataNode(RxDataNode **head, const void *data, u32 length) {
+    if (length == UINT32_MAX) { return nullptr; } // no room for the zero behind it
+    RxDataNode *node = static_cast<RxDataNode *>(malloc(sizeof(RxDataNode)));
+    if (node == nullptr) { return nullptr; }
+    *node = {nullptr, length, reinterpret_cast<char *>(copyOctets(data, length)), nullptr};
+    if (node->data == nullptr) {
+        free(node);
+        return nullptr;
+    }
+    RxDataNode **link = head;
+    while (*link != nullptr) {
+        node->prev = *link;
+        link = &(*link)->next;
+    }
+    *link = node;
+    return node;
+}
+
+static void freeNode(RxDataNode *node) {
+    free(node->data);
+    free(node);
+}
+
+void DelRxDataNodeLink(RxDataNode **head) {
+    RxDataNode *node = *head;
+    *head = nullptr;
+    while (node != nullptr) {
+        RxDataNode *next = node->next;
+        freeNode(node);
+        node = next;
+    }
+}
+
+void DelRxDataNode(RxDataNode **node) {
+    if (*node == nullptr) { return; }
+    // KEPT: the successor's `prev` stays, and a head leaves the list alone; callers rely on it.
+    if ((*node)->prev != nullptr) { (*node)->prev->next = (*node)->next; }
+    freeNode(*node);
+    *node = nullptr;
+}
+
+// USSD: TS 27.007, 7.15.
+
+u32 sendUSSD(const char *text) {
+    if (setEcodingFormat(CHARSET_IRA) != SMS_OK) {
+        LOG_LINE("set ussd encode error\n\n");
+        return SMS_MODEM_ERROR;
+    }
+    char command[USSD_COMMAND_ROOM];
+    // KEPT: blanks before the equals sign and behind the first comma; modems rely on it.
+    snprintf(command, sizeof(command), "AT+CUSD =1, \"%.*s\",15\r", USSD_TEXT_MAX, text);
+    char *reply = askModem(command);
+    if (reply == nullptr) { return SMS_NO_REPLY; }
+    const u32 status = checkATStatus(reply);
+    free(reply);
+    if (status != SMS_OK) { LOG_LINE("send ussd error\n\n"); }
+    return status;
+}
+
+i32 getCUSDindex(const char *line) { return HasSubStr(line, "+CUSD: ") != nullptr ? 0 : -1; }
+
+i32 str_all_capital(const char *text) {
+    if (text == nullptr) { return -1; }
+    return text[strspn(text, "0123456789ABCDEF")] == '\0' ? 0 : -1;
+}
+
+// The number that the rest of a line begins with, read within a short field.
+static i32 restAsInt(const AtCursor *at) {
+    char rest[SHORT_FIELD_ROOM];
+    snprintf(rest, sizeof(rest), "%s", at->at);
+    return looseInt(rest);
+}
+
+// +CUSD: <session>,"<answer>",<coding scheme>
+u32 decodeCUSD(const char *line, u8 **data, u32 *length, u32 *dcs, u32 *isText) {
+    AtCursor at = {line};
+    char session[SHORT_FIELD_ROOM];
+    char answer[SMS_PDU_TEXT_ROOM];
+    if (!skipPast(&at, "+CUSD:") || !takeUntil(&at, ",", session, sizeof(session)) ||
+        !skipPast(&at, "\"") || !takeUntil(&at, "\"", answer, sizeof(answer))) {
+        return SMS_FIELD_MISSING;
+    }
+    u32 octetCount = static_cast<u32>(strlen(answer));
+    LOG_LINE("ussd pdu:%s strlen(pdu):%d\n\n", answer, static_cast<int>(octetCount));
+    if (!skipPast(&at, ",")) { return SMS_FIELD_MISSING; }
+    const i32 scheme = restAsInt(&at);
+    // KEPT: an answer of hexadecimal digits alone counts as octets under 15 too; callers rely on
+    // it.
+    const bool readable = scheme == USSD_DEFAULT_ALPHABET && str_all_capital(answer) != 0;
+    u8 octets[SMS_PDU_TEXT_ROOM / 2];
+    if (!readable) {
+        octetCount /= 2;
+        if (dsatetsismsi_encode_pdu(answer, octets, octetCount) != 0) {
+            LOG_LINE("convert Hex stream to stream of octets failure\n");
+            return SMS_BAD_PDU;
+        }
+    }
+    const void *bytes = readable ? static_cast<const void *>(answer) : octets;
+    u8 *block = copyOctets(bytes, octetCount);
+    if (block == nullptr) { return SMS_NO_MEMORY; }
+    *data = block;
+    *length = octetCount;
+    *dcs = static_cast<u32>(scheme);
+    if (readable) { *isText = 1; }
+    LOG_LINE("ussd pdu type:%d pdu size:%d\n\n", scheme, static_cast<int>(octetCount));
+    return SMS_OK;
 }

@@ -1,5 +1,6 @@
 /*
- * The SMS manager: the modem's message settings, sending and saving, reading and deleting.
+ * The SMS manager: the modem's message settings, sending and saving, reading and deleting, the
+ * reports that come unasked, USSD.
  *
  * Every operation runs one or more AT commands through the modem manager and blocks its caller's
  * thread meanwhile; no command is retried but InitSMS's. Unless said otherwise it returns a status
@@ -136,6 +137,49 @@ i32 getCMTIindex(const char *line, char *memory);
 /* Select a storage and delete a message; by id: its low 16 bits, in "ME". */
 u32 deleteByStoreId(u32 index, u32 storage);
 u32 deleteSMSByID(u32 id);
+
+/* Decodes a message or status report that came without storage ("+CMT: ", "+CDS: ", with the PDU on
+ * the line behind; TS 27.005, 3.4.1). `*record` receives a heap block that the caller frees with
+ * free(), as it does its text, also when the decoding failed. `*kind` is 1 or 3. Returns 20,
+ * nothing allocated, for another line; 21 for one cut short. */
+u32 PopupSms(SmsRecord **record, const char *line, u32 *kind);
+
+/* The same into an existing record; 22 for another line. */
+u32 decodePopupSms(const char *line, SmsRecord *record);
+
+/* 0 when the line holds "+CBM: ", else -1. */
+i32 getCBMindex(const char *line);
+
+/* Takes the octets of a cell-broadcast page, undecoded (TS 27.005, 3.4.1). `*octets` receives a
+ * heap block with a zero behind them, which the caller frees with free(); `*length` the length that
+ * the line announces. */
+u32 decodeCBM(const char *line, u8 **octets, u32 *length);
+
+/* Appends a copy of `length` octets to the list. Returns the node; null, the list unchanged, when
+ * memory is out. */
+RxDataNode *AddRxDataNode(RxDataNode **head, const void *data, u32 length);
+
+/* Frees the whole list and sets the head to null. */
+void DelRxDataNodeLink(RxDataNode **head);
+
+/* Takes one node out, frees it and sets `*node` to null. The node behind it keeps its `prev`; who
+ * deletes the head moves the head first. */
+void DelRxDataNode(RxDataNode **node);
+
+/* Asks the network (TS 27.007, 7.15) with a text of at most 29 characters; its answer comes as an
+ * unsolicited line. Leaves the terminal character set at "IRA". */
+u32 sendUSSD(const char *text);
+
+/* 0 when the line holds "+CUSD: ", else -1. */
+i32 getCUSDindex(const char *line);
+
+/* 0 when a text consists of 0 to 9 and A to F alone, else -1; -1 for null. */
+i32 str_all_capital(const char *text);
+
+/* Takes the answer of a "+CUSD:" line: the modem's text when the data coding scheme is 15 and it is
+ * not hexadecimal (`*isText` becomes 1, else it is left alone), otherwise the octets. `*data`
+ * receives a heap block with a zero behind it, which the caller frees with free(). */
+u32 decodeCUSD(const char *line, u8 **data, u32 *length, u32 *dcs, u32 *isText);
 
 SMSPB_END_EXPORTS
 

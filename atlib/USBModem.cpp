@@ -10,6 +10,7 @@
 
 #include "../comm/log_line.h"
 #include "../comm/zeldcard_common.h"
+#include "at_cursor.h"
 
 static const char LOG_SOURCE[] = "atlib/USBModem.cpp";
 static const char AUXILIARY_LOG[] = "/tmp/usbmodem_log";
@@ -225,4 +226,73 @@ char *writeComm(const char *cmd, u32 wait_ms, u32 count, ...) {
     }
     LOG_LINE("callback of at command is %s\n", reply);
     return reply;
+}
+
+// Unsolicited reports.
+
+enum { REPORT_KEYS = 11, REPORT_CLIP = 6, REPORT_DISC = 8 };
+
+const char *const g_pReportKeyData[REPORT_KEYS] = {
+    "+CMTI:",           "+CDSI:",      "DIAL CONNECT REQUEST",
+    "Sim card removed", "RING_BACK",   "CONNECT",
+    "+CLIP:",           "RING",        "+DISC:",
+    "+URCIND:5",        "+VOICEMAIL:",
+};
+
+// KEPT: three entries more than there are keys; callers rely on it.
+const i32 g_nReportNodeNum[REPORT_KEYS + 3] = {1, 2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+
+int checkReportKey(const char *line) {
+    if (line == nullptr) { return -1; }
+    for (int key = 0; key < REPORT_KEYS; key++) {
+        const char *prefix = g_pReportKeyData[key];
+        if (strncmp(line, prefix, strlen(prefix)) == 0) { return key; }
+    }
+    return -1;
+}
+
+// "+CLIP: <number>,...": the place of its colon.
+static const char *callersNumber(const char *text, u32 length) {
+    const void *key = memmem(text, length, "+CLIP: ", strlen("+CLIP: "));
+    return key != nullptr ? static_cast<const char *>(key) + strlen("+CLIP") : nullptr;
+}
+
+// "+DISC: a,b,c,<cause>,...": the cause, 0 without one.
+static int disconnectCause(const char *text, u32 length) {
+    const char *end = text + length;
+    const char *field = text;
+    for (u32 comma = 0; comma < 3; comma++) {
+        field = static_cast<const char *>(memchr(field, ',', static_cast<size_t>(end - field)));
+        if (field == nullptr) { return 0; }
+        field++;
+    }
+    char cause[10] = {0};
+    size_t kept = 0;
+    for (; field < end && *field != ',' && kept < sizeof(cause) - 1; field++) {
+        cause[kept++] = *field;
+    }
+    return looseInt(cause);
+}
+
+void FindReportNode(u32 key, const char *text, u32 length) {
+    if (text == nullptr) { return; }
+    if (key == REPORT_CLIP) { (void)callersNumber(text, length); }
+    if (key == REPORT_DISC) { (void)disconnectCause(text, length); }
+}
+
+void DoReportData(u32 key, const RxDataNode *first) {
+    size_t total = 0;
+    for (const RxDataNode *node = first; node != nullptr; node = node->next) {
+        total += node->length;
+    }
+    char *text = static_cast<char *>(malloc(total + 1));
+    if (text == nullptr) { return; }
+    size_t joined = 0;
+    for (const RxDataNode *node = first; node != nullptr; node = node->next) {
+        memcpy(text + joined, node->data, node->length);
+        joined += node->length;
+    }
+    text[joined] = '\0';
+    FindReportNode(key, text, static_cast<u32>(joined));
+    free(text);
 }

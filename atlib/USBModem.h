@@ -12,6 +12,7 @@
 #include <stdarg.h>
 
 #include "../comm/smspb_types.h"
+#include "CSMS.h"
 
 SMSPB_BEGIN_EXPORTS
 
@@ -41,6 +42,22 @@ u32 ExecAT2(const char *cmd, const char (*markers)[31], u32 count, char **reply_
 /* Stores a message; `param` goes to the manager as it is. Result as ExecAT. */
 u32 ExecAT3(const char *cmd, u32 param, const char (*markers)[31], u32 count, char **reply_out,
             u32 timeout_ms);
+
+/* The prefixes of the unsolicited lines that the system knows; the index of a key is its number. */
+extern const char *const g_pReportKeyData[11];
+
+/* The chunks that make up one report, by key number; the last three belong to no key. */
+extern const i32 g_nReportNodeNum[14];
+
+/* The number of the first key that the line begins with; -1 for none, and for null. */
+int checkReportKey(const char *line);
+
+/* Joins the chunks of a report and hands the text to FindReportNode. Gives up when memory is out.
+ */
+void DoReportData(u32 key, const RxDataNode *first);
+
+/* Looks at a report's text within `length` and keeps nothing: without any effect. */
+void FindReportNode(u32 key, const char *text, u32 length);
 
 SMSPB_END_EXPORTS
 

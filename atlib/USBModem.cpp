@@ -276,8 +276,9 @@ static int disconnectCause(const char *text, u32 length) {
 
 void FindReportNode(u32 key, const char *text, u32 length) {
     if (text == nullptr) { return; }
-    if (key == REPORT_CLIP) { (void)callersNumber(text, length); }
-    if (key == REPORT_DISC) { (void)disconnectCause(text, length); }
+    const u32 held = static_cast<u32>(strnlen(text, length));
+    if (key == REPORT_CLIP) { (void)callersNumber(text, held); }
+    if (key == REPORT_DISC) { (void)disconnectCause(text, held); }
 }
 
 void DoReportData(u32 key, const RxDataNode *first) {
@@ -289,7 +290,7 @@ void DoReportData(u32 key, const RxDataNode *first) {
     if (text == nullptr) { return; }
     size_t joined = 0;
     for (const RxDataNode *node = first; node != nullptr; node = node->next) {
-        memcpy(text + joined, node->data, node->length);
+        if (node->length > 0) { memcpy(text + joined, node->data, node->length); }
         joined += node->length;
     }
     text[joined] = '\0';

@@ -532,10 +532,10 @@ u32 PopupSms(SmsRecord **record, const char *line, u32 *kind) {
     return decodePopupSms(line, message);
 }
 
-// The PDU of a report, as its own line.
-static u32 decodeReportPdu(const char *pdu, SmsRecord *record) {
+// The PDU of a report, as its own line. Returns the decoder's result.
+static i32 decodeReportPdu(const char *pdu, SmsRecord *record) {
     memset(&record->message, 0, sizeof(record->message));
-    return sms_decode_pdu(pdu, &record->message) != 0 ? SMS_BAD_PDU : SMS_OK;
+    return sms_decode_pdu(pdu, &record->message);
 }
 
 u32 decodePopupSms(const char *line, SmsRecord *record) {
@@ -552,7 +552,7 @@ u32 decodePopupSms(const char *line, SmsRecord *record) {
         LOG_LINE("deliver sms pdu size=%d\n\n", looseInt(length));
         if (!takeUntil(&at, "\r\n", pdu, sizeof(pdu))) { return SMS_INVALID_ARGUMENT; }
         LOG_LINE("deliver sms pdu data=%s\n\n", pdu);
-        return decodeReportPdu(pdu, record);
+        return decodeReportPdu(pdu, record) != 0 ? SMS_BAD_PDU : SMS_OK;
     }
     // +CDS: <length>\r\n<pdu>\r\n
     if (skipPast(&at, "+CDS: ")) {
@@ -562,9 +562,10 @@ u32 decodePopupSms(const char *line, SmsRecord *record) {
         LOG_LINE("report sms pdu size=%d\n\n", looseInt(length));
         if (!takeUntil(&at, "\r\n", pdu, sizeof(pdu))) { return SMS_INVALID_ARGUMENT; }
         LOG_LINE("report sms pdu data=%s\n\n", pdu);
-        const u32 status = decodeReportPdu(pdu, record);
-        if (status != SMS_OK) { LOG_LINE("decode pdu error:%d\n\n", static_cast<int>(status)); }
-        return status;
+        const i32 result = decodeReportPdu(pdu, record);
+        if (result == 0) { return SMS_OK; }
+        LOG_LINE("decode pdu error:%d\n\n", result);
+        return SMS_BAD_PDU;
     }
     LOG_LINE("invalid pop up msg:%s\n\n", line);
     return SMS_FIELD_MISSING;

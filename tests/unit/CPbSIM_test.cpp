@@ -621,6 +621,14 @@ TEST_F(PhonebookHex, NoUnitsWriteNoDigits) {
     }
 }
 
+TEST_F(PhonebookHex, HalfAUnitBeforeTheBoundIsNotTaken) {
+    const GuardedBytes units = againstGuardPage({0x00, 0x41, 0x42});
+    const Guarded<char> out(5);
+    EXPECT_EQ(Ucs2StringToHexString(units.data(), out.get(), 3, 0), 1);
+    EXPECT_STREQ(out.get(), "0041");
+    EXPECT_EQ(Ucs2StringToHexString(units.data(), out.get(), 1, 0), 0);
+}
+
 TEST_F(PhonebookHex, FiftyUnitsFillABound) {
     const GuardedBytes units = againstGuardPage(octets(nameText(50)));
     const Guarded<char> out(201);

@@ -253,7 +253,7 @@ u32 SM_WriteItem(i32 index, const sm_item_t *item, i32 *index_out) {
     return status;
 }
 
-// Decodes one line of a reply and says so on standard output, as callers expect.
+// KEPT: each line is told on standard output, not in the log; callers rely on it.
 static u32 readLine(const char *line, sm_item_t *item) {
     puts("come here!");
     sm_item_t decoded;

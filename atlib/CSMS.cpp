@@ -509,6 +509,7 @@ u32 deleteSMSByID(u32 id) {
 
 // Reports that come without storage: TS 27.005, 3.4.1.
 
+// KEPT: a blank behind this key, none where it is decoded; callers rely on both.
 static bool holdsMessage(const char *line) {
     AtCursor at = {line};
     return skipPast(&at, "+CMT: ") && skipPast(&at, ",");
@@ -533,6 +534,7 @@ u32 PopupSms(SmsRecord **record, const char *line, u32 *kind) {
 }
 
 // The PDU of a report, as its own line. Returns the decoder's result.
+// KEPT: it is looked at though the decoder never refuses; the interface promises it.
 static i32 decodeReportPdu(const char *pdu, SmsRecord *record) {
     memset(&record->message, 0, sizeof(record->message));
     return sms_decode_pdu(pdu, &record->message);
@@ -651,6 +653,7 @@ void DelRxDataNode(RxDataNode **node) {
 
 // USSD: TS 27.007, 7.15.
 
+// KEPT: the character set stays at "IRA" afterwards; callers rely on it.
 u32 sendUSSD(const char *text) {
     if (setEcodingFormat(CHARSET_IRA) != SMS_OK) {
         LOG_LINE("set ussd encode error\n\n");
@@ -667,6 +670,7 @@ u32 sendUSSD(const char *text) {
     return status;
 }
 
+// KEPT: a blank behind this key, none where it is decoded; callers rely on both.
 i32 getCUSDindex(const char *line) { return HasSubStr(line, "+CUSD: ") != nullptr ? 0 : -1; }
 
 i32 str_all_capital(const char *text) {

@@ -33,3 +33,9 @@ foreach(library smspb smspb_static)
     target_link_options(${library} PUBLIC --coverage)
   endif()
 endforeach()
+
+install(TARGETS smspb smspb_static)
+install(FILES comm/smspb_types.h comm/platform_ipc.h comm/zeldcard_common.h
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/smspb/comm")
+install(FILES atlib/USBModem.h atlib/SmsEncoding.h atlib/SmsUtils.h atlib/CSMS.h atlib/CPbSIM.h
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/smspb/atlib")

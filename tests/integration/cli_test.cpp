@@ -48,9 +48,7 @@ enum : int {
     NO_SIMULATION = 10
 };
 
-bool contains(std::string_view text, std::string_view part) {
-    return text.find(part) != text.npos;
-}
+bool contains(std::string_view text, std::string_view part) { return text.find(part) != text.npos; }
 
 // Waits for something that another process brings about.
 bool becomes(const std::function<bool()> &state, std::chrono::milliseconds limit = 5s) {
@@ -155,7 +153,10 @@ public:
 
     // Reads both streams to their ends and waits. Returns the wait status.
     int finish(std::string &out, std::string &err) {
-        pollfd streams[] = {{output_, POLLIN, 0}, {errors_, POLLIN, 0}};
+        pollfd streams[] = {
+            {output_, POLLIN, 0},
+            {errors_, POLLIN, 0}
+        };
         std::string *const texts[] = {&out, &err};
         int open = 2;
         while (open > 0 && poll(streams, 2, -1) > 0) {
@@ -215,7 +216,10 @@ int exitCode(int status) {
 class Tool : public testing::Test {
 protected:
     Environment environment() const {
-        return {{"SMSPB_RUNTIME_DIR", (directory_ / "run").string()}, {"TMPDIR", temporary()}};
+        return {
+            {"SMSPB_RUNTIME_DIR", (directory_ / "run").string()},
+            {           "TMPDIR",                   temporary()}
+        };
     }
     std::string temporary() const {
         fs::create_directory(directory_ / "tmp");
@@ -362,7 +366,11 @@ TEST_F(Tool, EncodeCarriesReportAndReference) {
     EXPECT_EQ(encoded["segment_units"], Json({153, 8}));
     for (std::size_t i = 0; i < 2; i++) {
         const Json decoded = json({"decode", encoded["pdus"][i]["pdu"].get<std::string>()});
-        EXPECT_EQ(decoded["part"], Json({{"reference", 42}, {"number", i + 1}, {"total", 2}}));
+        EXPECT_EQ(decoded["part"], Json({
+                                       {"reference",    42},
+                                       {   "number", i + 1},
+                                       {    "total",     2}
+        }));
         EXPECT_EQ(decoded["report_requested"], true);
     }
 }
@@ -379,11 +387,13 @@ TEST_F(Tool, TheDryRunSaysWhatForcesUcs2AndSendsNothing) {
                           "nothing was sent\n");
     const Json plan = json({"send", "--dry-run", "123", "Costs 5 €"});
     EXPECT_EQ(plan["dry_run"], true);
-    EXPECT_EQ(plan["forced_by"], Json::array({{{"character", "€"},
-                                               {"code_point", "U+20AC"},
-                                               {"position", 9},
-                                               {"count", 1},
-                                               {"instead", "EUR"}}}));
+    EXPECT_EQ(plan["forced_by"], Json::array({
+                                     {{"character", "€"},
+                                      {"code_point", "U+20AC"},
+                                      {"position", 9},
+                                      {"count", 1},
+                                      {"instead", "EUR"}}
+    }));
 }
 
 TEST_F(Tool, TheTextComesFromStandardInputWithoutItsLastLineEnd) {
@@ -408,17 +418,17 @@ TEST_F(Tool, ANumberThatIsNoneIsRefusedBeforeAnythingElse) {
     const struct {
         std::string number, what, hint;
     } cases[] = {
-        {"+49 170-123", "character 4 is a blank", "write +49170123"},
-        {"(0170) 1", "character 1 is \"(\"", "write 01701"},
-        {"0170abc", "character 5 is \"a\"", "optional + and then digits"},
-        {"49+170", "character 3 is \"+\"", "optional + and then digits"},
-        {"", "no digits", "at most 20"},
-        {"+", "no digits", "at most 20"},
-        {"123456789012345678901", "21 characters", "at most 20"},
-        {"+12345678901234567890", "21 characters", "at most 20"},
-        {"１２", "character 1 is \"１\"", "digits"},
-        {"12\xFF", "octet 3 is 0xFF", "digits"},
-        {"12\x1B[2J", "character 3 is", "digits"},
+        {          "+49 170-123", "character 4 is a blank",            "write +49170123"},
+        {             "(0170) 1",   "character 1 is \"(\"",                "write 01701"},
+        {              "0170abc",   "character 5 is \"a\"", "optional + and then digits"},
+        {               "49+170",   "character 3 is \"+\"", "optional + and then digits"},
+        {                     "",              "no digits",                 "at most 20"},
+        {                    "+",              "no digits",                 "at most 20"},
+        {"123456789012345678901",          "21 characters",                 "at most 20"},
+        {"+12345678901234567890",          "21 characters",                 "at most 20"},
+        {               "１２", "character 1 is \"１\"",                     "digits"},
+        {               "12\xFF",        "octet 3 is 0xFF",                     "digits"},
+        {            "12\x1B[2J",         "character 3 is",                     "digits"},
     };
     for (const auto &[number, what, hint] : cases) {
         expectFailure({"send", "--", number, "hi"}, USAGE, what, hint);
@@ -479,10 +489,18 @@ TEST_F(Tool, EveryCommandExplainsItselfWithExamples) {
 }
 
 TEST_F(Tool, WithoutAManagerEveryCommandThatNeedsOneSaysHowToGetIt) {
-    const Arguments commands[] = {{"send", "1", "hi"}, {"save", "1", "hi"},  {"read", "1"},
-                                  {"inbox"},           {"delete", "1"},      {"storage"},
-                                  {"smsc"},            {"smsc", "+4917100"}, {"init"},
-                                  {"at", "AT"}};
+    const Arguments commands[] = {
+        {   "send",        "1", "hi"},
+        {   "save",        "1", "hi"},
+        {   "read",        "1"     },
+        {  "inbox"           },
+        { "delete",        "1"     },
+        {"storage"           },
+        {   "smsc"           },
+        {   "smsc", "+4917100"     },
+        {   "init"           },
+        {     "at",       "AT"     }
+    };
     for (const Arguments &command : commands) {
         expectFailure(command, NO_MANAGER, "no modem manager is running",
                       "start smspb-modemd --device TTY, or use --simulate");
@@ -490,7 +508,10 @@ TEST_F(Tool, WithoutAManagerEveryCommandThatNeedsOneSaysHowToGetIt) {
 }
 
 TEST_F(Tool, ARuntimeDirectoryThatCannotBeUsedIsNamed) {
-    Process process(command({"inbox"}), {{"SMSPB_RUNTIME_DIR", "relative/path"}});
+    Process process(command({
+                        "inbox"
+    }),
+                    {{"SMSPB_RUNTIME_DIR", "relative/path"}});
     Result result;
     result.code = exitCode(process.finish(result.out, result.err));
     EXPECT_EQ(result.code, NO_MANAGER) << result;
@@ -576,25 +597,26 @@ TEST_F(Tool, AWrongPduIsToldWhatIsWrongWithIt) {
     const struct {
         std::string pdu, what;
     } cases[] = {
-        {"", "it is empty"},
-        {"0", "1 digit, an odd number"},
-        {"00040B9", "7 digits, an odd number"},
-        {"000G", "character 4 is \"G\""},
-        {"00é0", "character 3 is \"é\""},
-        {"08", "within the service-centre address of 8 octets"},
-        {"FF", "service-centre address has 255 octets"},
-        {"00", "it ends behind the service-centre address of 0 octets"},
-        {"0004", "within the originating address, 1 octet too early"},
-        {"0003", "first octet 03 names no type of message"},
-        {"0004159121", "originating address has 21 digits; at most 20"},
-        {"00040B915155001000F000006210302143654005E8329B", "within the user data, 2 octets"},
-        {"00040B915155001000F0000062103021436540A1", "user data length is 161; at most 160 septets"},
-        {"00040B915155001000F00008621030214365408D", "user data length is 141; at most 140 octets"},
-        {"00090704811017000000", "enhanced format"},
-        {"0491F10000040B915155001000F000006210302143654902E834", "service-centre address does not"},
-        {std::string(512, '0'), "512 digits; at most 510"},
+        {                                                    "","it is empty"                                                                },
+        {                                                   "0",                                "1 digit, an odd number"},
+        {                                             "00040B9",                               "7 digits, an odd number"},
+        {                                                "000G",                                  "character 4 is \"G\""},
+        {                                               "00é0",                                 "character 3 is \"é\""},
+        {                                                  "08",         "within the service-centre address of 8 octets"},
+        {                                                  "FF",                 "service-centre address has 255 octets"},
+        {                                                  "00", "it ends behind the service-centre address of 0 octets"},
+        {                                                "0004",     "within the originating address, 1 octet too early"},
+        {                                                "0003",               "first octet 03 names no type of message"},
+        {                                          "0004159121",         "originating address has 21 digits; at most 20"},
+        {      "00040B915155001000F000006210302143654005E8329B",                        "within the user data, 2 octets"},
+        {            "00040B915155001000F0000062103021436540A1",
+         "user data length is 161; at most 160 septets"                                                                 },
+        {            "00040B915155001000F00008621030214365408D",           "user data length is 141; at most 140 octets"},
+        {                                "00090704811017000000",                                       "enhanced format"},
+        {"0491F10000040B915155001000F000006210302143654902E834",                       "service-centre address does not"},
     };
     for (const auto &[pdu, what] : cases) { expectFailure({"decode", pdu}, BAD_PDU, what); }
+    expectFailure({"decode", std::string(512, '0')}, BAD_PDU, "512 digits; at most 510");
 }
 
 TEST_F(Tool, NoControlCharacterOfAMessageReachesTheTerminal) {
@@ -681,7 +703,9 @@ TEST_F(ToolWithModem, TheInboxIsATableWithOneLineForEachMessage) {
 
 TEST_F(ToolWithModem, AnEmptyInboxSaysSo) {
     EXPECT_EQ(run({"inbox"}).out, "0 messages in SM, 0 of 50 places used\n");
-    EXPECT_EQ(json({"inbox"}),
+    EXPECT_EQ(json({
+                  "inbox"
+    }),
               Json({{"storage", "SM"}, {"used", 0}, {"total", 50}, {"messages", Json::array()}}));
 }
 
@@ -770,11 +794,13 @@ TEST_F(ToolWithModem, StorageShowsBothAndWhatTheyAreFor) {
                                     "SM       1     50     49    read, save, receive\n"
                                     "ME       0     100    100\n");
     const Json one = json({"storage", "--storage", "me"});
-    EXPECT_EQ(one["storages"], Json::array({{{"storage", "ME"},
-                                             {"used", 0},
-                                             {"total", 100},
-                                             {"free", 100},
-                                             {"for", Json::array()}}}));
+    EXPECT_EQ(one["storages"], Json::array({
+                                   {{"storage", "ME"},
+                                    {"used", 0},
+                                    {"total", 100},
+                                    {"free", 100},
+                                    {"for", Json::array()}}
+    }));
 }
 
 TEST_F(ToolWithModem, AStorageThatTheModemLacksDoesNotHideTheOther) {
@@ -875,8 +901,8 @@ TEST_F(ToolWithModem, AVanishedModemIsReportedAndItsReturnNoticed) {
     modem_->stop();
     expectFailure({"inbox"}, NO_ANSWER, "the modem does not answer", "smspb-modemd says");
     const std::string terminal = (directory_ / "terminal").string();
-    modem_ = std::make_unique<Process>(Arguments{SIMMODEM_PROGRAM, "--link", terminal},
-                                       environment());
+    modem_ =
+        std::make_unique<Process>(Arguments{SIMMODEM_PROGRAM, "--link", terminal}, environment());
     ASSERT_EQ(modem_->readLine(), "ready: " + terminal);
     EXPECT_TRUE(becomes([this] { return run({"inbox"}).code == OK; }, 10s));
 }
@@ -904,9 +930,7 @@ TEST_F(ToolWithModem, TheTableIsWrappedToTheTerminalAndNothingRawGoesThere) {
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0) {
-        for (const auto &[name, value] : environment()) {
-            setenv(name.c_str(), value.c_str(), 1);
-        }
+        for (const auto &[name, value] : environment()) { setenv(name.c_str(), value.c_str(), 1); }
         // Progress goes to standard error, which is not the terminal here.
         dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
         execl(SMSPB_PROGRAM, "smspb", "inbox", nullptr);
@@ -1095,9 +1119,8 @@ TEST_F(LonelyTool, AProgramThatDoesNotStartIsQuoted) {
     EXPECT_EQ(result.code, NO_SIMULATION) << result;
     EXPECT_TRUE(contains(result.err, "smspb-modemd: it ended, saying cannot open it")) << result;
     EXPECT_EQ(result.json()["error"]["exit_code"], NO_SIMULATION);
-    EXPECT_TRUE(becomes([this] {
-        return fs::is_empty(temporary()) && processesOf(directory_.path()).empty();
-    }));
+    EXPECT_TRUE(becomes(
+        [this] { return fs::is_empty(temporary()) && processesOf(directory_.path()).empty(); }));
 }
 
 } // namespace

@@ -103,11 +103,21 @@ Json toJson(const std::vector<std::optional<u32>> &numbers) {
     return json;
 }
 
+// "12, 13" or "201-255, 0-144", in the order given; "?" for a number that is not known.
 std::string listed(const std::vector<std::optional<u32>> &numbers) {
+    static constexpr std::size_t SHORTENED = 3;
     std::string text;
-    for (const auto &number : numbers) {
-        text +=
-            fmt::format("{}{}", text.empty() ? "" : ", ", number ? std::to_string(*number) : "?");
+    for (std::size_t first = 0; first < numbers.size();) {
+        std::size_t next = first + 1;
+        while (next < numbers.size() && numbers[first] &&
+               numbers[next] == *numbers[first] + (next - first)) {
+            next++;
+        }
+        if (next - first < SHORTENED) { next = first + 1; }
+        text += text.empty() ? "" : ", ";
+        text += numbers[first] ? std::to_string(*numbers[first]) : "?";
+        if (next - first > 1) { text += fmt::format("-{}", *numbers[next - 1]); }
+        first = next;
     }
     return text;
 }

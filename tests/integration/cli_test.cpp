@@ -656,6 +656,18 @@ TEST_F(ToolWithModem, SendSaysWhatItDid) {
     EXPECT_EQ(sent["segment_units"], Json({153, 153, 1}));
     EXPECT_EQ(sent["report_requested"], true);
     EXPECT_EQ(sent["forced_by"], Json::array());
+    EXPECT_TRUE(contains(run({"send", OWN_NUMBER, std::string(161, 'x')}).out,
+                         ": 2 segments (153 + 8) in GSM 7-bit, references 5, 6\n"));
+}
+
+TEST_F(ToolWithModem, ManyNumbersAreListedAsRanges) {
+    start({"--sm-size", "260"});
+    EXPECT_EQ(run({"send", OWN_NUMBER, std::string(200 * 153, 'x')}).out,
+              "sent to +15550001000: 200 segments (of 153) in GSM 7-bit, references 1-200\n");
+    const Result wrapped = run({"send", "123", std::string(60 * 153, 'x')});
+    EXPECT_TRUE(contains(wrapped.out, "references 201-255, 0-4\n")) << wrapped;
+    EXPECT_EQ(inboxTexts(), Texts{std::string(200 * 153, 'x')});
+    EXPECT_TRUE(contains(run({"inbox"}).out, "\n1-200  read "));
 }
 
 TEST_F(ToolWithModem, LongMessagesAreJoinedAndKeptApart) {

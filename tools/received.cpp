@@ -16,12 +16,11 @@ namespace smspb::cli {
 
 namespace {
 
-constexpr u32 PI_DCS = 0x02;        // TS 23.040, 9.2.3.27
 constexpr u8 ESCAPE = 0x1B;         // TS 23.038, 6.2.1
 constexpr u8 EURO_EXTENSION = 0x65; // 6.2.1.1
 constexpr char16_t EURO_SIGN = 0x20AC;
-constexpr u8 AT_SIGN = 0x00;
-constexpr u8 ZERO_SEPTET_AS = 0x40; // what the library's unpacker gives for septet 0
+
+} // namespace
 
 // The library's tables know neither the euro sign nor, once unpacked, septet 0; both are common in
 // texts, so they are told apart here.
@@ -38,6 +37,18 @@ std::u16string fromSeptets(std::span<const u8> septets) {
     }
     return text;
 }
+
+std::string hexadecimal(std::span<const u8> octets) {
+    std::string text;
+    for (const u8 octet : octets) { text += fmt::format("{:02X}", octet); }
+    return text;
+}
+
+namespace {
+
+constexpr u32 PI_DCS = 0x02; // TS 23.040, 9.2.3.27
+constexpr u8 AT_SIGN = 0x00;
+constexpr u8 ZERO_SEPTET_AS = 0x40; // what the library's unpacker gives for septet 0
 
 std::u16string septetText(const SmsUserData &userData, const PduLayout &pdu) {
     std::vector<u8> septets(userData.sm_data, userData.sm_data + userData.sm_len);
@@ -217,12 +228,6 @@ Message fromRecord(const SmsTpdu &tpdu, const PduLayout &pdu) {
     case TPDU_STATUS_REPORT: return fromReport(tpdu.u.status_report, pdu);
     default: return fromDeliver(tpdu.u.deliver, pdu);
     }
-}
-
-std::string hexadecimal(std::span<const u8> octets) {
-    std::string text;
-    for (const u8 octet : octets) { text += fmt::format("{:02X}", octet); }
-    return text;
 }
 
 // TS 23.040, 9.2.3.24.

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,12 @@ struct Message {
 
 // Decodes a PDU text. Throws a Failure that says what is wrong with it.
 Message interpret(std::string_view pdu);
+
+// The text of unpacked septets, with the escapes of the extension table (TS 23.038, 6.2.1).
+std::u16string fromSeptets(std::span<const u8> septets);
+
+// "0A1B"
+std::string hexadecimal(std::span<const u8> octets);
 
 // "received", "sent" (composed by a terminal), "report"
 std::string_view kindName(Kind kind);

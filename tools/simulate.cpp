@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,7 +25,9 @@
 
 #include <fmt/format.h>
 
+#include "platform/ipc/descriptor.h"
 #include "tools/failure.h"
+#include "tools/signals.h"
 
 namespace smspb::cli {
 
@@ -34,10 +35,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using ipc::Descriptor;
 
 constexpr std::chrono::seconds START_LIMIT{10};
 constexpr std::chrono::seconds STOP_LIMIT{3};
-constexpr std::array WATCHED_SIGNALS = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD};
 
 [[noreturn]] void failStart(const std::string &what, const std::string &hint = "") {
     throw Failure(Exit::NO_SIMULATION, "the simulation does not start: " + what, hint);
@@ -52,23 +53,6 @@ int millisecondsTo(Clock::time_point deadline) {
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     return left > 0 ? static_cast<int>(left) : 0;
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Descriptor() {
-        if (fd_ >= 0) { close(fd_); }
-    }
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // A directory of our own for sockets, terminal link and logs.
 class PrivateDirectory {
@@ -89,35 +73,6 @@ public:
 
 private:
     fs::path path_;
-};
-
-// The watched signals, read from a descriptor instead of interrupting. Children set them back.
-class SignalWatch {
-public:
-    SignalWatch() {
-        sigset_t watched;
-        sigemptyset(&watched);
-        for (const int number : WATCHED_SIGNALS) { sigaddset(&watched, number); }
-        sigprocmask(SIG_BLOCK, &watched, &former_);
-        fd_ = Descriptor(signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK));
-    }
-    ~SignalWatch() { sigprocmask(SIG_SETMASK, &former_, nullptr); }
-    SignalWatch(const SignalWatch &) = delete;
-    SignalWatch &operator=(const SignalWatch &) = delete;
-
-    int fd() const { return fd_.get(); }
-    void setBack() const { sigprocmask(SIG_SETMASK, &former_, nullptr); }
-
-    // The next signal that came, 0 for none.
-    int take() const {
-        signalfd_siginfo info{};
-        const ssize_t size = ::read(fd_.get(), &info, sizeof(info));
-        return size == static_cast<ssize_t>(sizeof(info)) ? static_cast<int>(info.ssi_signo) : 0;
-    }
-
-private:
-    sigset_t former_{};
-    Descriptor fd_;
 };
 
 // Thrown when the user interrupts while the simulation starts.

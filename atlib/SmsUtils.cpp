@@ -74,9 +74,9 @@ static constexpr SeptetTable invertAlphabet() {
 
 static constexpr SeptetTable SEPTETS = invertAlphabet();
 
-static u8 septetOf(u16 c) {
+static u8 septetOf(size_t c) {
     if (c < LATIN_UNITS) { return SEPTETS.latin[c]; }
-    const u32 greek = static_cast<u32>(c) - GREEK_FIRST;
+    const size_t greek = c - GREEK_FIRST;
     return greek < GREEK_UNITS ? SEPTETS.greek[greek] : NO_SEPTET;
 }
 
@@ -93,46 +93,52 @@ u32 mywcslen(const u16 *text) { return sms_wstrlen(text); }
 
 u32 sms_IsUnicode(u16 c) { return c != 0 && septetOf(c) == NO_SEPTET ? 1 : 0; }
 
-u32 sms_GetEncodeType(const u16 *text) {
-    if (text == nullptr) { return ALPHABET_GSM_7BIT; }
-    for (; *text != 0; text++) {
-        if (sms_IsUnicode(*text) != 0) { return ALPHABET_UCS2; }
-    }
-    return ALPHABET_GSM_7BIT;
+// The alphabet that holds a whole text, and its length.
+static u32 alphabetOf(const u16 *text, u32 *length) {
+    const u16 *c = text;
+    while (septetOf(*c) != NO_SEPTET) { c++; } // the end, too, is no septet
+    const u32 mapped = static_cast<u32>(c - text);
+    *length = mapped + sms_wstrlen(c);
+    return *length == mapped ? ALPHABET_GSM_7BIT : ALPHABET_UCS2;
 }
 
-u32 sms_UnicodeToGSM(u16 c, u8 *code, u8 *extension) {
-    *extension = 0;
-    const u8 septet = septetOf(c);
-    if (septet != NO_SEPTET) {
-        *code = septet;
-        return 1;
-    }
+u32 sms_GetEncodeType(const u16 *text) {
+    u32 length = 0;
+    return text != nullptr ? alphabetOf(text, &length) : ALPHABET_GSM_7BIT;
+}
+
+// The code behind the escape; 0 for a unit that the extension table lacks.
+static u8 extensionCode(u16 c) {
     for (const GsmExtension &entry : GSM_EXTENSIONS) {
-        if (entry.unit == c) {
-            *code = entry.code;
-            *extension = 1;
-            return 1;
-        }
+        if (entry.unit == c) { return entry.code; }
     }
     return 0;
 }
 
+static bool isMapped(u16 c) { return septetOf(c) != NO_SEPTET || extensionCode(c) != 0; }
+
+static u8 escapeOrSpace(u16 c) { return extensionCode(c) != 0 ? GSM_ESCAPE : u8{' '}; }
+
+u32 sms_UnicodeToGSM(u16 c, u8 *code, u8 *extension) {
+    const u8 septet = septetOf(c);
+    const u8 behindEscape = septet == NO_SEPTET ? extensionCode(c) : u8{0};
+    *extension = behindEscape != 0 ? 1 : 0;
+    if (septet == NO_SEPTET && behindEscape == 0) { return 0; }
+    *code = behindEscape != 0 ? behindEscape : septet;
+    return 1;
+}
+
 u32 sms_WSTRToGSM(const u16 *text, u32 length, u8 *out, u32 capacity) {
     memset(out, 0, capacity);
-    u32 o = 0;
-    for (u32 i = 0; i < length && o < capacity; i++) {
-        u8 code = 0;
-        u8 extension = 0;
-        if (sms_UnicodeToGSM(text[i], &code, &extension) == 0) {
-            out[o++] = ' ';
-            continue;
-        }
-        if (o + 1 >= capacity) { break; } // a mapped character needs a spare octet behind it
+    const u32 count = length < capacity ? length : capacity;
+    for (u32 i = 0; i < count; i++) {
+        const u8 septet = septetOf(text[i]);
         // KEPT: only the escape of an extension character is stored; callers rely on it.
-        out[o++] = extension != 0 ? GSM_ESCAPE : code;
+        out[i] = septet != NO_SEPTET ? septet : escapeOrSpace(text[i]);
     }
-    return o;
+    if (count == 0 || count < capacity || !isMapped(text[count - 1])) { return count; }
+    out[count - 1] = 0; // a mapped character needs a spare octet behind it
+    return count - 1;
 }
 
 // The unit of an escape and the septet behind it; the escape's own for an unknown one.
@@ -144,21 +150,20 @@ static u16 extensionUnit(u8 code) {
 }
 
 // As sms_GSMToWSTR, reading within `septets`: what lies behind its end is 0.
-static u32 gsmToUnits(const OctetReader *septets, u32 count, u16 *out, u32 capacity) {
+static u32 gsmToUnits(OctetReader septets, u32 count, u16 *out, u32 capacity) {
     memset(out, 0, capacity * sizeof(*out));
     u32 o = 0;
     for (u32 i = 0; i < count && o < capacity; i++) {
-        const u8 septet = octetAt(septets, i);
+        const u8 septet = octetAt(&septets, i);
         u16 unit = septet < GSM_SEPTETS ? GSM_ALPHABET[septet] : u16{' '};
-        if (septet == GSM_ESCAPE) { unit = extensionUnit(octetAt(septets, ++i)); }
+        if (septet == GSM_ESCAPE) { unit = extensionUnit(octetAt(&septets, ++i)); }
         out[o++] = unit;
     }
     return o;
 }
 
 i32 sms_GSMToWSTR(const u8 *septets, u32 count, u16 *out, u32 capacity) {
-    const OctetReader all = {septets, UINT32_MAX, 0};
-    return static_cast<i32>(gsmToUnits(&all, count, out, capacity));
+    return static_cast<i32>(gsmToUnits({septets, UINT32_MAX, 0}, count, out, capacity));
 }
 
 void sms_FromUnicodeNetwork(const u16 *src, u32 n, u16 *dst) {
@@ -289,27 +294,22 @@ u16 *UTF2Uni(const u8 *src, u32 n) {
 
 static const u32 NUMBER_TEXT_LIMIT = 9; // characters, and no more
 
+static const u32 NO_DIGIT = 1u << 16; // above every value of two digits
+
 // KEPT: letters count beyond the base, to Z and further; callers rely on it.
-static bool digitValue(char c, u32 *digit) {
+static u32 digitValue(char c) {
     const u32 code = static_cast<u8>(c);
-    if (code >= '0' && code <= '9') {
-        *digit = code - '0';
-    } else if (code >= 'a' && code <= 'z') {
-        *digit = code - 'a' + 10;
-    } else if (code >= 'A') {
-        *digit = code - 'A' + 10;
-    } else {
-        return false;
-    }
-    return true;
+    if (code - '0' <= 9) { return code - '0'; }
+    if (code >= 'a' && code <= 'z') { return code - 'a' + 10; }
+    return code >= 'A' ? code - 'A' + 10 : NO_DIGIT;
 }
 
 u8 sms_utils_atoi(const char *text, u32 *value, u8 hexadecimal) {
     const u32 base = hexadecimal != 0 ? 16 : 10;
     u32 number = 0;
     for (u32 i = 0; text[i] != '\0'; i++) {
-        u32 digit = 0;
-        if (i + 1 >= NUMBER_TEXT_LIMIT || !digitValue(text[i], &digit)) { return 0; }
+        const u32 digit = digitValue(text[i]);
+        if (i + 1 >= NUMBER_TEXT_LIMIT || digit == NO_DIGIT) { return 0; }
         number = number * base + digit;
     }
     *value = number;
@@ -351,17 +351,13 @@ u8 wms_bcd_to_int(u8 bcd, u8 *value) {
 
 // Dialled characters and digit values: TS 23.040, 9.1.2.3.
 
+static u8 dialledDigit(char c) {
+    if (c == '#') { return 11; }
+    return c == '*' ? u8{10} : low8(static_cast<u8>(c) - u32{'0'});
+}
+
 void sms_ascii_to_bcd(const u8 *chars, u8 count, u8 *digits) {
-    for (u32 i = 0; i < count; i++) {
-        const u8 c = chars[i];
-        if (c == '#') {
-            digits[i] = 11;
-        } else if (c == '*') {
-            digits[i] = 10;
-        } else {
-            digits[i] = low8(c - u32{'0'});
-        }
-    }
+    for (u32 i = 0; i < count; i++) { digits[i] = dialledDigit(static_cast<char>(chars[i])); }
 }
 
 void sms_bcd_to_ascii(const u8 *digits, u8 count, u8 *chars) {
@@ -448,10 +444,9 @@ u8 wms_number_to_address(const char *number, SmsAddress *address) {
     const u32 length = low8(static_cast<u32>(strlen(number)));
     u32 count = 0;
     for (u32 i = 0; i < length && count < SMS_ADDRESS_DIGITS_ROOM; i++) {
-        if (isDialled(number[i])) { address->digits[count++] = static_cast<u8>(number[i]); }
+        if (isDialled(number[i])) { address->digits[count++] = dialledDigit(number[i]); }
     }
     address->number_of_digits = low8(count);
-    sms_ascii_to_bcd(address->digits, low8(count), address->digits);
     if (number[0] == '+') { address->number_type = NUMBER_INTERNATIONAL; }
     address->number_plan = PLAN_TELEPHONE;
     return 1;
@@ -468,7 +463,7 @@ static u32 narrow(const u16 *text, u32 limit, char *out) {
 }
 
 u8 sms_WStrNumberToWmsAddress(const u16 *number, SmsAddress *address) {
-    char text[256] = {0};
+    char text[256];
     narrow(number, low8(sms_wstrlen(number)), text);
     return wms_number_to_address(text, address);
 }
@@ -551,12 +546,17 @@ u8 wms_JulianType_to_Timestamp(const SmsCalendarTime *time, SmsTimestamp *timest
 
 static const char HEX_DIGITS[] = "0123456789ABCDEF";
 
-static char *putHexOctet(char *out, u8 octet) {
-    out[0] = HEX_DIGITS[octet >> 4];
-    out[1] = HEX_DIGITS[octet & 0x0F];
-    out[2] = '\0';
-    return out + 2;
+static char *putHexOctets(char *out, const u8 *octets, u32 count) {
+    for (const u8 *end = octets + count; octets != end; octets++, out += 2) {
+        const u32 octet = *octets;
+        out[0] = HEX_DIGITS[octet >> 4];
+        out[1] = HEX_DIGITS[octet & 0x0F];
+    }
+    *out = '\0';
+    return out;
 }
+
+static char *putHexOctet(char *out, u8 octet) { return putHexOctets(out, &octet, 1); }
 
 char *wms_scaddr_to_string(SmsAddress service_centre, char *out) {
     const u32 digitCount = digitsHeld(&service_centre);
@@ -585,29 +585,30 @@ u32 wms_encode_at_cmd_pdu(const SmsAtMessage *message, char *out, u32 *tpdu_leng
         *tpdu_length = 0;
     }
     if (status != TS_OK) { return status; }
-    for (u32 i = 0; i < raw.len; i++) { out = putHexOctet(out, raw.data[i]); }
+    putHexOctets(out, raw.data, raw.len);
     *tpdu_length = raw.len;
     return TS_OK;
 }
 
-// The value of up to two characters; fewer at the end of the text. False: not hexadecimal.
-static bool takeHexPair(const char **hex, u32 *value) {
-    bool valid = true;
-    *value = 0;
-    for (u32 half = 0; half < 2 && **hex != '\0'; half++, (*hex)++) {
-        u32 digit = 0;
-        valid = digitValue(**hex, &digit) && valid;
-        *value = *value * 16 + digit;
+// The value of up to two characters, fewer at the end of the text; NO_DIGIT or more when one of them
+// is not hexadecimal.
+static inline u32 takeHexPair(const char **hex) {
+    const char *c = *hex;
+    if (c[0] == '\0') { return 0; }
+    if (c[1] == '\0') {
+        *hex = c + 1;
+        return digitValue(c[0]);
     }
-    return valid;
+    *hex = c + 2;
+    return digitValue(c[0]) * 16 + digitValue(c[1]);
 }
 
 u32 dsatetsismsi_encode_pdu(const char *hex, u8 *out, u32 count) {
     u32 malformed = 0;
     u8 octet = 0;
     for (u32 i = 0; i < count; i++) {
-        u32 value = 0;
-        if (takeHexPair(&hex, &value)) {
+        const u32 value = takeHexPair(&hex);
+        if (value < NO_DIGIT) {
             octet = low8(value);
         } else {
             malformed = 1;
@@ -683,7 +684,8 @@ static void setHeader(u8 total, u8 number, SmsSubmit *submit) {
 static void setBody(const u16 *text, u32 length, SmsSubmit *submit) {
     SmsUserData *body = &submit->user_data;
     if (submit->dcs.alphabet == ALPHABET_GSM_7BIT) {
-        body->sm_len = low16(sms_WSTRToGSM(text, length, body->sm_data, SMS_MAX_TPDU_LEN));
+        for (u32 i = 0; i < length; i++) { body->sm_data[i] = septetOf(text[i]); } // each has one
+        body->sm_len = low16(length);
         return;
     }
     sms_ToUnicodeNetwork(text, length, body->sm_data);
@@ -693,8 +695,8 @@ static void setBody(const u16 *text, u32 length, SmsSubmit *submit) {
 i32 sms_encode_pdu(const SmsMessage *request, SmsSegment **segments, u8 *count) {
     static const u16 EMPTY[] = {0};
     const u16 *text = request->text != nullptr ? request->text : EMPTY;
-    const u32 length = sms_wstrlen(text);
-    const u32 alphabet = sms_GetEncodeType(text);
+    u32 length = 0;
+    const u32 alphabet = alphabetOf(text, &length);
     const SegmentSize *size = alphabet == ALPHABET_GSM_7BIT ? &GSM_SIZE : &UCS2_SIZE;
     const u32 total = countSegments(length, size);
     *segments = nullptr;
@@ -803,8 +805,7 @@ i32 sms_decode_pdu(const char *pdu, SmsMessage *message) {
 
 static u16 *gsmText(const u8 *septets, u32 count) {
     u16 *text = static_cast<u16 *>(calloc(1, 4 * count + 2));
-    const OctetReader body = {septets, SMS_MAX_TPDU_LEN, 0};
-    if (text != nullptr) { gsmToUnits(&body, count, text, count); }
+    if (text != nullptr) { gsmToUnits({septets, SMS_MAX_TPDU_LEN, 0}, count, text, count); }
     return text;
 }
 

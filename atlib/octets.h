@@ -5,6 +5,8 @@
 #ifndef SMSPB_ATLIB_OCTETS_H
 #define SMSPB_ATLIB_OCTETS_H
 
+#include <string.h>
+
 #include "../comm/smspb_types.h"
 
 struct OctetReader {
@@ -39,6 +41,15 @@ static inline const u8 *viewOctets(const OctetReader *r, u32 count) {
     return r->pos <= r->size && count <= r->size - r->pos ? r->octets + r->pos : nullptr;
 }
 
+// The next `count` octets, zeros for those that are not there.
+static inline void takeOctets(OctetReader *r, u8 *out, u32 count) {
+    const u32 left = r->pos < r->size ? r->size - r->pos : 0;
+    const u32 held = count < left ? count : left;
+    if (held != 0) { memcpy(out, r->octets + r->pos, held); }
+    memset(out + held, 0, count - held);
+    r->pos += count;
+}
+
 // A reader of what is left.
 static inline OctetReader restOf(const OctetReader *r) {
     const u32 start = r->pos < r->size ? r->pos : r->size;
@@ -48,6 +59,12 @@ static inline OctetReader restOf(const OctetReader *r) {
 static inline void putOctet(OctetWriter *w, u32 value) {
     if (w->pos < w->size) { w->octets[w->pos] = low8(value); }
     w->pos++;
+}
+
+static inline void putOctets(OctetWriter *w, const u8 *octets, u32 count) {
+    const u32 left = w->pos < w->size ? w->size - w->pos : 0;
+    if (left != 0) { memcpy(w->octets + w->pos, octets, count < left ? count : left); }
+    w->pos += count;
 }
 
 // The place of the next octets, for a coder that takes a bare pointer and writes at most `count`;

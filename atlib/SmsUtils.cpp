@@ -590,8 +590,8 @@ u32 wms_encode_at_cmd_pdu(const SmsAtMessage *message, char *out, u32 *tpdu_leng
     return TS_OK;
 }
 
-// The value of up to two characters, fewer at the end of the text; NO_DIGIT or more when one of them
-// is not hexadecimal.
+// The value of up to two characters, fewer at the end of the text; NO_DIGIT or more when one of
+// them is not hexadecimal.
 static inline u32 takeHexPair(const char **hex) {
     const char *c = *hex;
     if (c[0] == '\0') { return 0; }

@@ -227,6 +227,10 @@ std::optional<std::string> ReportAssembler::proceed(std::string_view raw, bool *
 std::string ReportAssembler::abandon() {
     std::string report;
     report.swap(report_);
+    // A text's own line ends stay; the last one is ours, though the modem gave half of it.
+    if (report.ends_with('\n') && !report.ends_with("\r\n")) {
+        report.insert(report.size() - 1, "\r");
+    }
     return report;
 }
 

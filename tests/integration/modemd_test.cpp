@@ -764,6 +764,11 @@ TEST(ReportAssembly, AUssdTextMayHoldLineEnds) {
     EXPECT_EQ(reportsOf({"+CUSD: 2\r\n", "RING\r\n"}), (Texts{"+CUSD: 2\r\n", "RING\r\n"}));
 }
 
+TEST(ReportAssembly, AUssdLineWithHalfALineEndIsToldWithAWholeOne) {
+    EXPECT_EQ(reportsOf({"+CUSD: 1,\"a\r\n", "b\",15\n"}), Texts{"+CUSD: 1,\"a\r\nb\",15\r\n"});
+    EXPECT_EQ(reportsOf({"+CUSD: 1,\"a\r\n", "D: 1,\"\n"}), Texts{"+CUSD: 1,\"a\r\nD: 1,\"\r\n"});
+}
+
 TEST(ReportAssembly, AUssdTextThatNeverEndsGivesWayToAFinalResult) {
     EXPECT_EQ(reportsOf({"+CUSD: 0,\"open\r\n", "\r\n", "OK\r\n"}),
               (Texts{"+CUSD: 0,\"open\r\n\r\n", "[OK]"}));

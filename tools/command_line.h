@@ -51,6 +51,7 @@ void addStorage(CLI::App *command, std::string &storage, const std::string &desc
 void addMessageCommands(CLI::App &app, CommandLine &line); // send, save, inbox, read, delete
 void addSettingCommands(CLI::App &app, CommandLine &line); // storage, smsc, init, at
 void addPduCommands(CLI::App &app, CommandLine &line);     // decode, encode
+void addEventCommands(CLI::App &app, CommandLine &line);   // listen, ussd
 
 } // namespace smspb::cli
 

@@ -34,6 +34,23 @@ struct AtOptions {
     unsigned waitSeconds = 10;
 };
 
+struct ListenOptions {
+    bool init = false;         // make the modem announce everything
+    bool once = false;         // end after the first event
+    bool remove = false;       // delete stored messages that were shown
+    std::string program;       // run for each event; empty for none
+    double timeoutSeconds = 0; // 0: none
+    double programLimitSeconds = 60;
+    double partsWaitSeconds = 300; // for the missing parts of a message
+};
+
+struct UssdOptions {
+    std::string code; // empty with `cancel`
+    std::vector<std::string> replies;
+    double waitSeconds = 30;
+    bool cancel = false;
+};
+
 struct DecodeOptions {
     std::string pdu;
 };
@@ -54,6 +71,10 @@ Exit at(const Console &console, const AtOptions &options); // REFUSED for a repl
 // pdu.cpp
 void decode(const Console &console, const DecodeOptions &options);
 void encode(const Console &console, const ComposeOptions &options);
+
+// listen.cpp, ussd.cpp
+Exit listen(const Console &console, const ListenOptions &options);
+Exit ussd(const Console &console, const UssdOptions &options);
 
 // The storage that an option names; the SIM when it names none.
 u32 storageCode(const std::string &option);

@@ -28,6 +28,7 @@ enum class Exit : int {
     IN_PART = 8,    // some segments are sent or saved, not all
     BAD_REPLY = 9,  // the modem's reply lacks what it must have
     NO_SIMULATION = 10,
+    NOTHING_CAME = 11, // no event, or no answer of the network, within the wait
 };
 
 // A final result that is an error: "ERROR", "+CME ERROR: n" (TS 27.007, 9.2), "+CMS ERROR: n"

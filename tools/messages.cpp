@@ -5,6 +5,7 @@
 // and carries the modem's own error, and a success the references that status reports come with.
 #include <charconv>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +17,7 @@
 #include "tools/commands.h"
 #include "tools/compose.h"
 #include "tools/modem.h"
+#include "tools/sent_record.h"
 #include "tools/stored.h"
 #include "tools/text.h"
 
@@ -50,6 +52,8 @@ struct Transfer {
     std::string_view deed, done; // "send", "sent"
     std::string_view key;        // of the line with the number
     HandOver handOver;
+    // Told of each segment that is done, with its number if the modem gave one.
+    std::function<void(std::size_t segment, std::optional<u32> number)> note = {};
 };
 
 std::optional<u32> transferSegment(const Transfer &transfer, const SmsSegment &segment,
@@ -87,6 +91,7 @@ std::vector<std::optional<u32>> transferAll(const Console &console, const Transf
         try {
             console.progress(what);
             numbers.push_back(transferSegment(transfer, segment, what));
+            if (transfer.note) { transfer.note(numbers.size(), numbers.back()); }
         } catch (const Failure &failure) {
             Failure whole = partly(failure, transfer, numbers.size(), segments.size());
             whole.completed = numbers;
@@ -287,10 +292,16 @@ void send(const Console &console, const ComposeOptions &options) {
     const Plan plan = compose(number, readText(options.text), options.report, drawReference());
     if (options.dryRun) { return sayPlan(console, number, plan, options.report); }
     requireManager();
-    const Transfer transfer{"send", "sent", "+CMGS: ", [](const SmsSegment &segment, char **reply) {
-                                ExecAT2(segment.pdu, FINAL_RESULTS, std::size(FINAL_RESULTS), reply,
-                                        TRANSFER_WAIT_MS);
-                            }};
+    const Transfer transfer{
+        "send", "sent", "+CMGS: ",
+        [](const SmsSegment &segment, char **reply) {
+            ExecAT2(segment.pdu, FINAL_RESULTS, std::size(FINAL_RESULTS), reply, TRANSFER_WAIT_MS);
+        },
+        [&](std::size_t segment, std::optional<u32> reference) {
+            if (!options.report || !reference) { return; }
+            recordSent({std::time(nullptr), *reference, static_cast<unsigned>(segment),
+                        static_cast<unsigned>(plan.segments.size()), number.text});
+        }};
     const auto references = transferAll(console, transfer, plan.segments);
     noteReplacedBlanks(console, plan);
     console.say(fmt::format(

@@ -22,7 +22,6 @@ constexpr std::chrono::milliseconds LETTING_GO{50};
 constexpr const char *START_MANAGER =
     "start smspb-modemd --device TTY, or use --simulate to try without a modem";
 
-// Set when a command got no reply: nothing is worth waiting for then.
 bool modemIsSilent = false;
 
 struct Free {
@@ -104,6 +103,8 @@ Failure noAnswer(std::string_view what, std::string_view remark) {
     return failure;
 }
 
+bool isModemSilent() { return modemIsSilent; }
+
 Failure explained(u32 status, std::string_view what, const std::string &command) {
     const std::optional<std::string> reply = converse(command, COMMAND_WAIT_MS);
     if (!reply) { return noAnswer(what); }
@@ -130,9 +131,7 @@ std::optional<StorageUse> storageUse() {
 
 SelectedStorage::SelectedStorage(u32 storage) : selected_(storageName(storage)) {
     const std::string what = fmt::format("select the storage {}", selected_);
-    // The library reads messages as PDUs; a modem may have been left in text mode.
-    ask("AT+CMGF=0", what);
-    if (const auto use = storageUse()) { former_ = use->reading; }
+    keepFormer();
     u16 counts[2] = {};
     const u32 status = setReadDeleteOpMemStore(storage, counts);
     if (status != SMS_OK) {
@@ -141,9 +140,42 @@ SelectedStorage::SelectedStorage(u32 storage) : selected_(storageName(storage)) 
     counts_ = {counts[0], counts[1]};
 }
 
+SelectedStorage::SelectedStorage(std::string_view name) : selected_(name) {
+    keepFormer();
+    ask(fmt::format("AT+CPMS=\"{}\"", selected_),
+        fmt::format("select the storage {}", selected_));
+}
+
+void SelectedStorage::keepFormer() {
+    // The library reads messages as PDUs; a modem may have been left in text mode.
+    ask("AT+CMGF=0", fmt::format("select the storage {}", selected_));
+    if (const auto use = storageUse()) { former_ = use->reading; }
+}
+
 SelectedStorage::~SelectedStorage() {
     if (former_.empty() || former_ == selected_ || modemIsSilent) { return; }
     converse(fmt::format("AT+CPMS=\"{}\"", former_), COMMAND_WAIT_MS);
+}
+
+KeptCharset::KeptCharset() {
+    // +CSCS: "IRA"
+    const std::optional<std::string> reply = converse("AT+CSCS?", COMMAND_WAIT_MS);
+    if (!reply || errorOf(*reply)) { return; }
+    const std::vector<std::string> names = quotedTexts(*reply);
+    if (names.size() == 1) { former_ = names.front(); }
+}
+
+KeptCharset::~KeptCharset() {
+    if (former_.empty() || modemIsSilent) { return; }
+    const std::optional<std::string> reply = converse("AT+CSCS?", COMMAND_WAIT_MS);
+    if (!reply || quotedTexts(*reply) == std::vector{former_}) { return; }
+    converse(fmt::format("AT+CSCS=\"{}\"", former_), COMMAND_WAIT_MS);
+}
+
+bool hasManager() noexcept {
+    try {
+        return ipc::isServed(MODEM_MANAGER);
+    } catch (const std::exception &) { return false; }
 }
 
 } // namespace smspb::cli

@@ -34,6 +34,9 @@ Failure refusal(const ModemError &error, std::string_view what);
 // The Failure for no reply at all: no manager, or a silent modem. `remark` follows the message.
 Failure noAnswer(std::string_view what, std::string_view remark = "");
 
+// Whether the last command got no reply: nothing is worth waiting for then.
+bool isModemSilent();
+
 // The Failure for a status of the library that says only that the deed failed. `command`, which
 // must do no harm when it runs twice, is run again to learn the modem's own words.
 Failure explained(u32 status, std::string_view what, const std::string &command);
@@ -55,6 +58,8 @@ struct Counts {
 class SelectedStorage {
 public:
     explicit SelectedStorage(u32 storage);
+    // One by the name that the modem gives it, such as "SR" for status reports.
+    explicit SelectedStorage(std::string_view name);
     ~SelectedStorage();
     SelectedStorage(const SelectedStorage &) = delete;
     SelectedStorage &operator=(const SelectedStorage &) = delete;
@@ -62,10 +67,27 @@ public:
     Counts counts() const { return counts_; }
 
 private:
+    void keepFormer();
+
     std::string former_;
-    std::string_view selected_;
+    std::string selected_;
     Counts counts_;
 };
+
+// Gives the modem's character set its former choice back, whatever is done to it meanwhile.
+class KeptCharset {
+public:
+    KeptCharset();
+    ~KeptCharset();
+    KeptCharset(const KeptCharset &) = delete;
+    KeptCharset &operator=(const KeptCharset &) = delete;
+
+private:
+    std::string former_;
+};
+
+// Whether a modem manager serves right now. Never throws.
+bool hasManager() noexcept;
 
 } // namespace smspb::cli
 

@@ -91,8 +91,8 @@ std::string layOut(const Table &table, std::size_t columns) {
     return text;
 }
 
-std::string serialized(const Json &document) {
-    const std::string plain = document.dump(2, ' ', false, Json::error_handler_t::replace);
+std::string serialized(const Json &document, bool oneLine) {
+    const std::string plain = document.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace);
     std::string text;
     // Line ends stand between the values, everything else that is dangerous within strings only,
     // where an escape means the same.
@@ -127,7 +127,7 @@ void Console::show(const Fields &fields) const {
 }
 
 void Console::document(const Json &document) const {
-    if (json_) { write(stdout, serialized(document) + "\n"); }
+    if (json_) { write(stdout, serialized(document, oneLine_) + "\n"); }
 }
 
 void Console::note(std::string_view text) const {

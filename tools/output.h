@@ -27,7 +27,7 @@ struct Table {
 std::string layOut(const Table &table, std::size_t columns);
 
 // The document with every character escaped that a terminal obeys.
-std::string serialized(const Json &document);
+std::string serialized(const Json &document, bool oneLine = false);
 
 // Names and values, one a line, the values below each other.
 class Fields {
@@ -59,6 +59,9 @@ public:
     void show(const Fields &fields) const;
     void document(const Json &document) const;
 
+    // From now on each document takes one line: for a command that gives several.
+    void keepDocumentsToOneLine() const { oneLine_ = true; }
+
     // A remark on standard error that does not spoil the success.
     void note(std::string_view text) const;
 
@@ -72,6 +75,7 @@ public:
 private:
     bool json_;
     mutable bool showsProgress_ = false;
+    mutable bool oneLine_ = false;
 };
 
 } // namespace smspb::cli

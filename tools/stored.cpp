@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "tools/failure.h"
+#include "tools/joining.h"
 #include "tools/text.h"
 
 namespace smspb::cli {
@@ -15,7 +16,6 @@ namespace smspb::cli {
 namespace {
 
 constexpr u32 INDEX_MAX = 65535; // SmsRecord.index
-constexpr std::int64_t PART_GAP_SECONDS = 3600;
 constexpr std::string_view LINE_END = "\r\n";
 
 // The line up to the next end, which is taken off the text.
@@ -26,61 +26,18 @@ std::string_view takeLine(std::string_view &text) {
     return line;
 }
 
-void decode(Stored &stored) {
-    try {
-        stored.message = interpret(stored.pdu);
-    } catch (const Failure &failure) { stored.problem = failure.what(); }
-}
-
-auto keyOf(const Message &message) {
-    return std::tuple(message.kind, std::string_view(message.number), message.part->reference,
-                      message.part->total);
-}
-
-// A message that is being put together.
-struct Group {
-    Joined joined;
-    std::int64_t lastTime = 0;
-
-    bool takes(const Message &message) const {
-        const Message &first = *joined.parts.front().message;
-        if (!first.part || keyOf(first) != keyOf(message)) { return false; }
-        if (message.seconds && *message.seconds - lastTime > PART_GAP_SECONDS) { return false; }
-        return std::none_of(joined.parts.begin(), joined.parts.end(), [&](const Stored &part) {
-            return part.message->part->number == message.part->number;
-        });
-    }
-};
-
 u32 lowestIndex(const Joined &joined) {
     return std::min_element(joined.parts.begin(), joined.parts.end(),
                             [](const Stored &a, const Stored &b) { return a.index < b.index; })
         ->index;
 }
 
-void place(Stored stored, std::vector<Group> &groups) {
-    const bool isPart = stored.message && stored.message->part;
-    const auto group = std::find_if(groups.begin(), groups.end(), [&](const Group &candidate) {
-        return isPart && candidate.joined.parts.front().message && candidate.takes(*stored.message);
+void place(Stored stored, std::vector<PartGroup> &groups) {
+    const auto group = std::find_if(groups.begin(), groups.end(), [&](const PartGroup &candidate) {
+        return candidate.takes(stored);
     });
-    const std::int64_t time = stored.message ? stored.message->seconds.value_or(0) : 0;
-    if (group != groups.end()) {
-        group->lastTime = time;
-        group->joined.parts.push_back(std::move(stored));
-        return;
-    }
-    const unsigned total = isPart ? stored.message->part->total : 1;
-    groups.push_back({
-        Joined{total, {std::move(stored)}},
-        time
-    });
-}
-
-void sortParts(Joined &joined) {
-    if (joined.parts.size() < 2) { return; }
-    std::sort(joined.parts.begin(), joined.parts.end(), [](const Stored &a, const Stored &b) {
-        return a.message->part->number < b.message->part->number;
-    });
+    if (group != groups.end()) { return group->add(std::move(stored)); }
+    groups.emplace_back(std::move(stored));
 }
 
 [[noreturn]] void refuseIndex(const std::string &text) {
@@ -93,6 +50,12 @@ void sortParts(Joined &joined) {
 std::string_view statusName(u32 status) {
     static constexpr std::array<std::string_view, 4> NAMES = {"new", "read", "unsent", "sent"};
     return status < NAMES.size() ? NAMES.at(status) : "unknown";
+}
+
+void decode(Stored &stored) {
+    try {
+        stored.message = interpret(stored.pdu);
+    } catch (const Failure &failure) { stored.problem = failure.what(); }
 }
 
 std::optional<Stored> storedFrom(std::string_view reply, u32 index) {
@@ -128,13 +91,10 @@ std::vector<Joined> join(std::vector<Stored> stored) {
         };
         return std::tuple(time(a), a.index) < std::tuple(time(b), b.index);
     });
-    std::vector<Group> groups;
+    std::vector<PartGroup> groups;
     for (Stored &one : stored) { place(std::move(one), groups); }
     std::vector<Joined> joined;
-    for (Group &group : groups) {
-        sortParts(group.joined);
-        joined.push_back(std::move(group.joined));
-    }
+    for (PartGroup &group : groups) { joined.push_back(group.take()); }
     std::sort(joined.begin(), joined.end(),
               [](const Joined &a, const Joined &b) { return lowestIndex(a) < lowestIndex(b); });
     return joined;

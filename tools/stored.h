@@ -20,6 +20,7 @@ struct Stored {
     std::string pdu;
     std::optional<Message> message; // nothing: the PDU does not decode
     std::string problem;            // why
+    std::string storage, announced; // listen: where it lies, and the lines that told of it
 };
 
 // "new", "read", "unsent", "sent"
@@ -29,6 +30,9 @@ std::string_view statusName(u32 status);
 // in text mode.
 std::optional<Stored> storedFrom(std::string_view reply, u32 index);
 
+// Takes the PDU apart: fills in `message`, or `problem`.
+void decode(Stored &stored);
+
 // A message of one or more places.
 struct Joined {
     unsigned total = 1;        // parts that it has
@@ -37,8 +41,7 @@ struct Joined {
     bool isComplete() const { return parts.size() == total; }
 };
 
-// Puts the parts together: same kind, number, reference and total, and no more than an hour between
-// one part and the next, since references come again. In the order of the lowest indexes.
+// Puts the parts together, as joining.h says. In the order of the lowest indexes.
 std::vector<Joined> join(std::vector<Stored> stored);
 
 // The text; where a part is missing stands "[…]".

@@ -149,21 +149,24 @@ static u16 extensionUnit(u8 code) {
     return GSM_ALPHABET[GSM_ESCAPE];
 }
 
-// As sms_GSMToWSTR, reading within `septets`: what lies behind its end is 0.
-static u32 gsmToUnits(OctetReader septets, u32 count, u16 *out, u32 capacity) {
+// As sms_GSMToWSTR, reading within the first `held` septets: those behind are 0.
+static u32 gsmToUnits(const u8 *septets, size_t held, u32 count, u16 *out, u32 capacity) {
     memset(out, 0, capacity * sizeof(*out));
-    u32 o = 0;
-    for (u32 i = 0; i < count && o < capacity; i++) {
-        const u8 septet = octetAt(&septets, i);
-        u16 unit = septet < GSM_SEPTETS ? GSM_ALPHABET[septet] : u16{' '};
-        if (septet == GSM_ESCAPE) { unit = extensionUnit(octetAt(&septets, ++i)); }
-        out[o++] = unit;
+    size_t o = 0;
+    for (size_t i = 0; i < count && o < capacity; i++, o++) {
+        const u32 septet = i < held ? septets[i] : 0u;
+        if (septet == GSM_ESCAPE) {
+            i++;
+            out[o] = extensionUnit(i < held ? septets[i] : u8{0});
+        } else {
+            out[o] = septet < GSM_SEPTETS ? GSM_ALPHABET[septet] : u16{' '};
+        }
     }
-    return o;
+    return static_cast<u32>(o);
 }
 
 i32 sms_GSMToWSTR(const u8 *septets, u32 count, u16 *out, u32 capacity) {
-    return static_cast<i32>(gsmToUnits({septets, UINT32_MAX, 0}, count, out, capacity));
+    return static_cast<i32>(gsmToUnits(septets, SIZE_MAX, count, out, capacity));
 }
 
 void sms_FromUnicodeNetwork(const u16 *src, u32 n, u16 *dst) {
@@ -186,73 +189,74 @@ static const i32 UTF8_NO_ROOM_2 = -2;
 static const i32 UTF8_NO_ROOM_SURROGATE = -3;
 static const i32 UTF8_NO_ROOM_3 = -4;
 
-static u32 continuation(u32 bits) { return UTF8_CONTINUATION | (bits & UTF8_CONTINUATION_BITS); }
+static u8 continuation(u32 bits) {
+    return low8(UTF8_CONTINUATION | (bits & UTF8_CONTINUATION_BITS));
+}
 
 // KEPT: U+D800 and U+DFFF are no surrogates here; callers rely on it.
-static bool isSurrogate(u16 c) { return c > 0xD800 && c < 0xDFFF; }
+static bool isSurrogate(u32 c) { return c > 0xD800 && c < 0xDFFF; }
 
-// Appends one unit. Returns 0, or the error when `needed` octets and a zero do not fit.
-static i32 putUtf8(u16 c, OctetWriter *out) {
-    const u32 room = out->size - out->pos; // never negative: each unit left one spare
+// Writes one unit. Returns its octets, or the error when they and a zero do not fit in `room`.
+static inline i32 putUtf8(u32 c, u8 *out, size_t room) {
     if (c < 0x80) {
         if (room <= 1) { return UTF8_NO_ROOM_1; }
-        putOctet(out, c);
-        return 0;
+        out[0] = low8(c);
+        return 1;
     }
     if (c < 0x800) {
         if (room <= 2) { return UTF8_NO_ROOM_2; }
-        putOctet(out, 0xC0u | c >> 6);
-        putOctet(out, continuation(c));
-        return 0;
+        out[0] = low8(0xC0u | c >> 6);
+        out[1] = continuation(c);
+        return 2;
     }
     if (isSurrogate(c)) {
         // KEPT: room for four octets is asked for and two are written; callers rely on it.
         if (room <= 4) { return UTF8_NO_ROOM_SURROGATE; }
         const u32 w = ((c & 0x3C0u) >> 6) + 1;
-        putOctet(out, 0xF0u | w >> 2);
-        putOctet(out, UTF8_CONTINUATION | (w & 3) | (c & 0x3Eu) >> 2);
-        return 0;
+        out[0] = low8(0xF0u | w >> 2);
+        out[1] = low8(UTF8_CONTINUATION | (w & 3) | (c & 0x3Eu) >> 2);
+        return 2;
     }
     if (room <= 3) { return UTF8_NO_ROOM_3; }
-    putOctet(out, 0xE0u | c >> 12);
-    putOctet(out, continuation(c >> 6u));
-    putOctet(out, continuation(c));
-    return 0;
+    out[0] = low8(0xE0u | c >> 12);
+    out[1] = continuation(c >> 6u);
+    out[2] = continuation(c);
+    return 3;
 }
 
 i32 UnicodeToUTF8(const u16 *src, u32 n, u8 *dst, u32 capacity) {
-    OctetWriter out = {dst, capacity, 0};
-    for (u32 i = 0; i < n; i++) {
-        const i32 error = putUtf8(src[i], &out);
-        if (error != 0) { return error; }
+    u8 *out = dst;
+    const u8 *const end = dst + capacity;
+    for (const u16 *const last = src + n; src != last; src++) {
+        const i32 octetCount = putUtf8(*src, out, static_cast<size_t>(end - out));
+        if (octetCount < 0) { return octetCount; }
+        out += octetCount;
     }
-    const u32 octetCount = out.pos;
-    putOctet(&out, 0);
-    return static_cast<i32>(octetCount);
-}
-
-// The octets of a sequence by its lead, as UTF8ToUnicode counts them.
-static u32 leadLength(u8 lead) {
-    if (lead < 0xC0) { return 1; }
-    return lead < 0xE0 ? 2 : 3;
+    if (out != end) { *out = 0; }
+    return static_cast<i32>(out - dst);
 }
 
 // KEPT: a stray continuation octet is a unit, a lead of four counts as one of three; callers rely
 // on it.
-static u16 utf8Unit(const u8 *sequence, u32 length) {
-    if (length == 1) { return sequence[0]; }
-    if (length == 2) { return low16((sequence[0] & 0x3Fu) << 6 | (sequence[1] & 0x7Fu)); }
-    return low16(static_cast<u32>(sequence[0]) << 12 | (sequence[1] & UTF8_CONTINUATION_BITS) << 6 |
-                 (sequence[2] & UTF8_CONTINUATION_BITS));
-}
-
 i32 UTF8ToUnicode(const u8 *src, u32 n, u16 *dst, u32 capacity) {
-    u32 o = 0;
-    for (u32 i = 0; i < n;) {
-        const u32 length = leadLength(src[i]);
-        if (length > n - i || o + 1 >= capacity) { return 0; }
-        dst[o++] = utf8Unit(src + i, length);
-        i += length;
+    size_t o = 0;
+    for (size_t i = 0; i < n;) {
+        const u32 lead = src[i];
+        const size_t left = n - i;
+        if (o + 1 >= capacity) { return 0; }
+        if (lead < 0xC0) {
+            dst[o++] = low16(lead);
+            i += 1;
+        } else if (lead < 0xE0 && left >= 2) {
+            dst[o++] = low16((lead & 0x3F) << 6 | (src[i + 1] & 0x7Fu));
+            i += 2;
+        } else if (lead >= 0xE0 && left >= 3) {
+            dst[o++] = low16(lead << 12 | (src[i + 1] & UTF8_CONTINUATION_BITS) << 6 |
+                             (src[i + 2] & UTF8_CONTINUATION_BITS));
+            i += 3;
+        } else {
+            return 0; // cut short
+        }
     }
     if (o < capacity) { dst[o] = 0; }
     return static_cast<i32>(o);
@@ -805,7 +809,7 @@ i32 sms_decode_pdu(const char *pdu, SmsMessage *message) {
 
 static u16 *gsmText(const u8 *septets, u32 count) {
     u16 *text = static_cast<u16 *>(calloc(1, 4 * count + 2));
-    if (text != nullptr) { gsmToUnits({septets, SMS_MAX_TPDU_LEN, 0}, count, text, count); }
+    if (text != nullptr) { gsmToUnits(septets, SMS_MAX_TPDU_LEN, count, text, count); }
     return text;
 }
 

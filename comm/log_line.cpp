@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,25 +20,40 @@ int openLogFile(const char *path) {
                 LOG_MODE);
 }
 
+static void writeAll(int log, const char *text, size_t length) {
+    const ssize_t written = write(log, text, length);
+    (void)written; // a line that cannot be written is dropped
+}
+
+// Puts "[source:function:line]", which are names of this library and fit. Returns its end.
+static char *putPlace(char *out, const char *source, const char *function, unsigned line) {
+    char digits[12];
+    char *first = digits + sizeof(digits);
+    *--first = '\0';
+    do { *--first = static_cast<char>('0' + line % 10); } while ((line /= 10) != 0);
+    *out++ = '[';
+    out = stpcpy(out, source);
+    *out++ = ':';
+    out = stpcpy(out, function);
+    *out++ = ':';
+    out = stpcpy(out, first);
+    *out++ = ']';
+    return out;
+}
+
 // One write for a line that fits, so that lines of several processes stay whole.
 __attribute__((format(printf, 5, 0))) static void writeLine(int log, const char *source,
                                                             const char *function, int line,
                                                             const char *format, va_list values) {
     char text[LINE_ROOM];
-    const int prefix = snprintf(text, sizeof(text), "[%s:%s:%d]", source, function, line);
-    if (prefix < 0 || prefix >= LINE_ROOM) { return; }
+    char *const message = putPlace(text, source, function, static_cast<unsigned>(line));
+    const size_t place = static_cast<size_t>(message - text);
     va_list again;
     va_copy(again, values);
-    const int message =
-        vsnprintf(text + prefix, sizeof(text) - static_cast<size_t>(prefix), format, values);
-    if (message >= LINE_ROOM - prefix) {
-        dprintf(log, "[%s:%s:%d]", source, function, line);
-        vdprintf(log, format, again);
-    } else if (message >= 0) {
-        const size_t length = static_cast<size_t>(prefix) + static_cast<size_t>(message);
-        const ssize_t written = write(log, text, length);
-        (void)written; // a line that cannot be written is dropped
-    }
+    const int length = vsnprintf(message, LINE_ROOM - place, format, values);
+    const bool fits = length >= 0 && static_cast<size_t>(length) < LINE_ROOM - place;
+    if (length >= 0) { writeAll(log, text, fits ? place + static_cast<size_t>(length) : place); }
+    if (length >= 0 && !fits) { vdprintf(log, format, again); }
     va_end(again);
 }
 

@@ -26,7 +26,7 @@ static const u32 THREAD_ID_MASK = 0xFFFF;
 
 static u32 threadId() { return static_cast<u32>(syscall(SYS_gettid)) & THREAD_ID_MASK; }
 
-#define FREE_BLOCK(block) mem_free_ex(threadId(), __LINE__, 0, block)
+#define FREE_BLOCK(thread, block) mem_free_ex(thread, __LINE__, 0, block)
 
 static u8 *payloadOf(void *block) {
     const u32 kind = static_cast<const u32 *>(block)[WORD_KIND];
@@ -69,7 +69,7 @@ u32 zeldcard_send_notify(u32 msg_id, const void *payload, u32 len) {
     if (result != 0) {
         LOG_LINE("Send IPC notify failed! ret = %lu.\n", static_cast<unsigned long>(result));
     }
-    FREE_BLOCK(block);
+    FREE_BLOCK(threadId(), block);
     return result != 0 ? IPC_SEND_FAILED : IPC_OK;
 }
 
@@ -99,7 +99,7 @@ u32 zeldcard_send_response(const void *req_msg, u32 msg_id, const void *payload,
     if (result != 0) {
         LOG_LINE("IPC send response failed, err = %lu\n", static_cast<unsigned long>(result));
     }
-    FREE_BLOCK(block);
+    FREE_BLOCK(threadId(), block);
     return result != 0 ? IPC_SEND_FAILED : IPC_OK;
 }
 
@@ -123,7 +123,7 @@ u32 zeldcard_send_request_asyn(u32 dest_id, u32 msg_id, const void *payload, u32
     if (result != 0) {
         LOG_LINE("IPC send asyn request failed, ret = %lu\n", static_cast<unsigned long>(result));
     }
-    FREE_BLOCK(block);
+    FREE_BLOCK(threadId(), block);
     return result != 0 ? IPC_SEND_FAILED : IPC_OK;
 }
 
@@ -149,7 +149,7 @@ u32 zeldcard_send_request_sync(u32 dest_id, u32 msg_id, const void *payload, u32
     void *response = ipc_memory_assign(room, BLOCK_ORDINARY);
     if (response == nullptr) {
         LOG_LINE("alloc IPC memory failed\n");
-        FREE_BLOCK(request);
+        FREE_BLOCK(threadId(), request);
         return IPC_NO_MEMORY;
     }
     fillHeader(request, KIND_PLAIN, msg_id, len);
@@ -161,8 +161,9 @@ u32 zeldcard_send_request_sync(u32 dest_id, u32 msg_id, const void *payload, u32
     } else {
         memcpy(out_buf, payloadOf(response), *out_len < room ? *out_len : room);
     }
-    FREE_BLOCK(request);
-    FREE_BLOCK(response);
+    const u32 thread = threadId();
+    FREE_BLOCK(thread, request);
+    FREE_BLOCK(thread, response);
     return result != 0 ? IPC_SEND_FAILED : IPC_OK;
 }
 
@@ -181,7 +182,7 @@ u32 zeldcard_send_mq(u32 mq, u32 msg_id, const void *payload, u32 len) {
     const u32 result = ipc_mq_send(mq, block, 0, 0);
     if (result != 0) {
         LOG_LINE("IPC send mq failed, ret = %lu\n", static_cast<unsigned long>(result));
-        FREE_BLOCK(block);
+        FREE_BLOCK(threadId(), block);
         return IPC_SEND_FAILED;
     }
     // KEPT: no free here, a queued block belongs to the queue; the platform relies on it.

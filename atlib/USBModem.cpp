@@ -148,8 +148,9 @@ u32 ExecAT(const char *cmd, u32 cmd_len, char **reply_out, u32 wait_ms, int coun
     for (u32 i = 0; i < sent; i++) {
         // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started the list
         const char *marker = va_arg(markers, const char *);
-        char *slot = reinterpret_cast<char *>(request.record) + AT_MARKERS + i * AT_MARKER_SIZE;
-        snprintf(slot, AT_MARKER_SIZE, "%s", marker);
+        if (marker == nullptr) { continue; }
+        u8 *slot = request.record + AT_MARKERS + i * AT_MARKER_SIZE;
+        memcpy(slot, marker, strnlen(marker, AT_MARKER_SIZE - 1));
     }
     Response response;
     const u32 status = exchange(AT_REQUEST, &request, AT_IPC_WAIT, &response);

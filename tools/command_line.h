@@ -52,6 +52,7 @@ void addMessageCommands(CLI::App &app, CommandLine &line); // send, save, inbox,
 void addSettingCommands(CLI::App &app, CommandLine &line); // storage, smsc, init, at
 void addPduCommands(CLI::App &app, CommandLine &line);     // decode, encode
 void addEventCommands(CLI::App &app, CommandLine &line);   // listen, ussd
+void addContactCommands(CLI::App &app, CommandLine &line); // contacts ...
 
 } // namespace smspb::cli
 

@@ -23,6 +23,7 @@ void describe(CLI::App &app, CommandLine &line) {
         "--simulate", line.simulate,
         "Use a simulated modem, started for this command only; its number is +15550001000");
     addMessageCommands(app, line);
+    addContactCommands(app, line);
     addSettingCommands(app, line);
     addPduCommands(app, line);
     addEventCommands(app, line);

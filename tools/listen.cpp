@@ -191,8 +191,8 @@ private:
         try {
             select(place.storage);
             const std::string what = fmt::format("read message {}", place.index);
-            const std::string reply = ask(fmt::format("AT+CMGR={}", place.index), what);
-            auto stored = storedFrom(reply, place.index);
+            auto stored =
+                storedFrom(askWithin("+CMGR", place.storage, place.index, what), place.index);
             if (!stored) {
                 throw Failure(Exit::NO_MESSAGE, fmt::format("there is no message {} in {} any more",
                                                             place.index, place.storage));
@@ -209,6 +209,16 @@ private:
             emit(brokenEvent(place, failure.what(), arrival.time));
         }
         return true;
+    }
+
+    // Chooses the storage in the same command line, so that no other process comes between; for a
+    // modem that does not take two commands in a line, it is selected already.
+    static std::string askWithin(std::string_view command, const std::string &storage, u32 index,
+                                 const std::string &what) {
+        std::string reply =
+            cli::run(fmt::format("AT+CPMS=\"{}\";{}={}", storage, command, index), what);
+        if (!errorOf(reply)) { return reply; }
+        return ask(fmt::format("AT{}={}", command, index), what);
     }
 
     void select(const std::string &storage) {
@@ -305,9 +315,9 @@ private:
         select(place.storage);
         const std::string what = fmt::format("delete message {} in {}", place.index, place.storage);
         const auto stored =
-            storedFrom(ask(fmt::format("AT+CMGR={}", place.index), what), place.index);
+            storedFrom(askWithin("+CMGR", place.storage, place.index, what), place.index);
         if (!stored || stored->pdu != place.pdu) { return; }
-        ask(fmt::format("AT+CMGD={}", place.index), what);
+        askWithin("+CMGD", place.storage, place.index, what);
     }
 
     void proceedHook() {

@@ -18,9 +18,9 @@ struct Stored {
     u32 index = 0;
     u32 status = 0; // TS 27.005, <stat>: 0 unread, 1 read, 2 unsent, 3 sent
     std::string pdu;
-    std::optional<Message> message; // nothing: the PDU does not decode
-    std::string problem;            // why
-    std::string storage, announced; // listen: where it lies, and the lines that told of it
+    std::optional<Message> message;           // nothing: the PDU does not decode
+    std::string problem;                      // why
+    std::string storage = {}, announced = {}; // listen: where it lies, and who told of it
 };
 
 // "new", "read", "unsent", "sent"

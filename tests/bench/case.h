@@ -1,10 +1,8 @@
-// A case is a piece of work that checks itself and can be repeated: smspb_bench times it,
-// smspb_count counts its instructions.
+// A case is a piece of work that can be repeated and whose result can be checked: it is timed, and
+// its instructions are counted.
 #ifndef SMSPB_TESTS_BENCH_CASE_H
 #define SMSPB_TESTS_BENCH_CASE_H
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,19 +11,22 @@ namespace bench {
 struct Case {
     std::string name;       // "<row>/<whose>", whose is "ours" or the peer
     void (*run)();          // the work, once
-    const char *(*wrong)(); // after run(): null, or what is wrong with the result
+    const char *(*wrong)(); // behind run(): null, or what is wrong with its result
+    int logLines;
 };
 
-std::vector<Case> &cases();
+const std::vector<Case> &cases();
 
-// Adds cases before main(); one object per source file that has any.
+// Adds a case; `logLines` is the number of lines that run() writes.
+void add(std::string name, void (*run)(), const char *(*wrong)(), int logLines = 0);
+
+// Lets a source file add its cases before main().
 struct Register {
-    Register(std::initializer_list<Case> list) {
-        cases().insert(cases().end(), list.begin(), list.end());
-    }
+    explicit Register(void (*addCases)()) { addCases(); }
 };
 
-// Runs every case once and ends the program, naming the case, when a result is wrong.
+// Runs every case and ends the program, naming the case, when a result or the number of its log
+// lines is wrong.
 void checkAll();
 
 } // namespace bench

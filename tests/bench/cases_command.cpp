@@ -10,15 +10,18 @@ namespace {
 
 char *reply;
 
-const Register CASES({
-    {"writeComm/ours",
-     [] {
-     std::free(reply);
-     reply = writeComm("AT+CSCS?\r", 3000, 4, "OK", "ERROR", "+CMS ERROR:", "+CME ERROR:");
-     }, [] {
- return reply != nullptr && std::strcmp(reply, "\r\nOK\r\n") == 0 ? nullptr
- : "another reply";
- }},
+const Register CASES([] {
+    add(
+        "writeComm/ours",
+        [] {
+            std::free(reply);
+            reply = writeComm("AT+CSCS?\r", 3000, 4, "OK", "ERROR", "+CMS ERROR:", "+CME ERROR:");
+        },
+        [] {
+            return reply != nullptr && std::strcmp(reply, "\r\nOK\r\n") == 0 ? nullptr
+                                                                             : "another reply";
+        },
+        2);
 });
 
 } // namespace

@@ -41,9 +41,10 @@ const char *endsOtherwise(const char *path) {
     return got == sizeof(LINE) - 1 && std::strcmp(end, LINE) == 0 ? nullptr : "another line";
 }
 
-const Register CASES({
-    {"log line/ours", libraryLine, [] { return endsOtherwise("/tmp/smspblog.1"); }},
-    {"log line/bare",    bareLine,          [] { return endsOtherwise(BARE_LOG); }},
+const Register CASES([] {
+    add(
+        "log line/ours", libraryLine, [] { return endsOtherwise("/tmp/smspblog.1"); }, 1);
+    add("log line/bare", bareLine, [] { return endsOtherwise(BARE_LOG); });
 });
 
 } // namespace

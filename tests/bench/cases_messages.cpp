@@ -88,18 +88,24 @@ const char *gammuSubmitWrong() {
                : "another text";
 }
 
-const Register SENT({
-    {               "SUBMIT 160/ours",                             [] { compose(REQUEST); },
-     [] { return composed(REQUEST).size() == 1 ? nullptr : "not one segment"; }                              },
-    {            "SUBMIT 160/osmocom",              [] { composeByHand(TEXT, pdus, ROOM); },
-     [] { return otherThan(composed(REQUEST), pdus, ROOM); }                                                 },
-    {   "SUBMIT, three segments/ours",                        [] { compose(LONG_REQUEST); },
-     [] { return composed(LONG_REQUEST).size() == SEGMENTS ? nullptr : "not three segments"; }               },
-    {"SUBMIT, three segments/osmocom", [] { composeSegmentsByHand(LONG_TEXT, pdus, ROOM); },
-     segmentsWrong                                                                                           },
-    {            "SUBMIT, UCS-2/ours",                        [] { compose(UCS2_REQUEST); },
-     [] { return composed(UCS2_REQUEST).size() == 1 ? nullptr : "not one segment"; }                         },
-    {           "SUBMIT, UCS-2/gammu",                                       composeByGammu, gammuSubmitWrong},
+const Register SENT([] {
+    add(
+        "SUBMIT 160/ours", [] { compose(REQUEST); },
+        [] { return composed(REQUEST).size() == 1 ? nullptr : "not one segment"; }, 2);
+    add(
+        "SUBMIT 160/osmocom", [] { composeByHand(TEXT, pdus, ROOM); },
+        [] { return otherThan(composed(REQUEST), pdus, ROOM); });
+    add(
+        "SUBMIT, three segments/ours", [] { compose(LONG_REQUEST); },
+        [] { return composed(LONG_REQUEST).size() == SEGMENTS ? nullptr : "not three segments"; },
+        4);
+    add(
+        "SUBMIT, three segments/osmocom", [] { composeSegmentsByHand(LONG_TEXT, pdus, ROOM); },
+        segmentsWrong);
+    add(
+        "SUBMIT, UCS-2/ours", [] { compose(UCS2_REQUEST); },
+        [] { return composed(UCS2_REQUEST).size() == 1 ? nullptr : "not one segment"; }, 2);
+    add("SUBMIT, UCS-2/gammu", composeByGammu, gammuSubmitWrong);
 });
 
 // Service centre +491710760000, SMS-DELIVER from +4915112345678, 15 July 2024, 12:30:45.
@@ -170,19 +176,25 @@ const char *gammuReceivedWrong(GSM_SMSMessageType kind, const std::vector<u16> &
                                                                               : "another text";
 }
 
-const Register RECEIVED({
-    {                "DELIVER 160/ours",             [] { receive(DELIVER); },
-     [] { return receivedWrong(MESSAGE_DELIVER, textUnits); }    },
-    {               "DELIVER 160/gammu",      [] { receiveByGammu(DELIVER); },
-     [] { return gammuReceivedWrong(SMS_Deliver, textUnits); }   },
-    { "DELIVER, UCS-2 with header/ours",        [] { receive(DELIVER_UCS2); },
-     [] { return receivedWrong(MESSAGE_DELIVER, segmentUnits); } },
-    {"DELIVER, UCS-2 with header/gammu", [] { receiveByGammu(DELIVER_UCS2); },
-     [] { return gammuReceivedWrong(SMS_Deliver, segmentUnits); }},
-    {              "STATUS-REPORT/ours",              [] { receive(REPORT); },
-     [] { return receivedWrong(MESSAGE_STATUS_REPORT, {}); }     },
-    {             "STATUS-REPORT/gammu",       [] { receiveByGammu(REPORT); },
-     [] { return gammuReceivedWrong(SMS_Status_Report, {}); }    },
+const Register RECEIVED([] {
+    add(
+        "DELIVER 160/ours", [] { receive(DELIVER); },
+        [] { return receivedWrong(MESSAGE_DELIVER, textUnits); }, 5);
+    add(
+        "DELIVER 160/gammu", [] { receiveByGammu(DELIVER); },
+        [] { return gammuReceivedWrong(SMS_Deliver, textUnits); });
+    add(
+        "DELIVER, UCS-2 with header/ours", [] { receive(DELIVER_UCS2); },
+        [] { return receivedWrong(MESSAGE_DELIVER, segmentUnits); }, 5);
+    add(
+        "DELIVER, UCS-2 with header/gammu", [] { receiveByGammu(DELIVER_UCS2); },
+        [] { return gammuReceivedWrong(SMS_Deliver, segmentUnits); });
+    add(
+        "STATUS-REPORT/ours", [] { receive(REPORT); },
+        [] { return receivedWrong(MESSAGE_STATUS_REPORT, {}); }, 10);
+    add(
+        "STATUS-REPORT/gammu", [] { receiveByGammu(REPORT); },
+        [] { return gammuReceivedWrong(SMS_Status_Report, {}); });
 });
 
 } // namespace

@@ -55,58 +55,76 @@ const char *mixedWrong() {
     return std::memcmp(gammuWide, wanted.data(), wanted.size()) == 0 ? nullptr : "other septets";
 }
 
-const Register PACKING({
-    {     "pack 160 septets/ours",
-     [] {
-     result =
-     wms_ts_pack_gw_7_bit_chars(octetsOf(TEXT), MESSAGE_SEPTETS, 0, PACKED_OCTETS, packed);
-     },packedWrong                                                                                  },
-    {  "pack 160 septets/osmocom",
-     [] { result = gsm_septet_pack(packed, octetsOf(TEXT), MESSAGE_SEPTETS, 0); },  packedWrong},
-    {    "pack 160 septets/gammu",
-     [] { result = GSM_PackSevenBitsToEight(0, octetsOf(TEXT), packed, MESSAGE_SEPTETS); },
-     packedWrong                                                                               },
-    {   "unpack 160 septets/ours",
-     [] {
-     result = wms_ts_unpack_gw_7_bit_chars(PACKED.data(), PACKED_OCTETS, MESSAGE_SEPTETS, 0,
-     septets);
-     }, septetsWrong                                                                           },
-    {  "unpack 160 septets/gammu",
-     [] {
-     result =
-     GSM_UnpackEightBitsToSeven(0, PACKED_OCTETS, MESSAGE_SEPTETS, PACKED.data(), septets);
-     }, septetsWrong                                                                           },
- // Maps to ISO 8859-1 as well, which osmocom does not separate from unpacking.
-    {"unpack 160 septets/osmocom",
-     [] {
-     result = gsm_7bit_decode_n(reinterpret_cast<char *>(septets), sizeof(septets),
-     PACKED.data(), MESSAGE_SEPTETS);
-     }, septetsWrong                                                                           },
+const char *unitsWrong() {
+    return std::memcmp(wide, TEXT_UNITS.data(), MESSAGE_SEPTETS * 2) == 0 ? nullptr : "other units";
+}
+const char *gammuUnitsWrong() {
+    const std::vector<unsigned char> wanted = bigEndian(TEXT_UNITS);
+    return std::memcmp(gammuWide, wanted.data(), wanted.size()) == 0 ? nullptr : "other units";
+}
+
+const Register PACKING([] {
+    add(
+        "pack 160 septets/ours",
+        [] {
+            result = wms_ts_pack_gw_7_bit_chars(octetsOf(TEXT), MESSAGE_SEPTETS, 0, PACKED_OCTETS,
+                                                packed);
+        },
+        packedWrong);
+    add(
+        "pack 160 septets/osmocom",
+        [] { result = gsm_septet_pack(packed, octetsOf(TEXT), MESSAGE_SEPTETS, 0); }, packedWrong);
+    add(
+        "pack 160 septets/gammu",
+        [] { result = GSM_PackSevenBitsToEight(0, octetsOf(TEXT), packed, MESSAGE_SEPTETS); },
+        packedWrong);
+    add(
+        "unpack 160 septets/ours",
+        [] {
+            result = wms_ts_unpack_gw_7_bit_chars(PACKED.data(), PACKED_OCTETS, MESSAGE_SEPTETS, 0,
+                                                  septets);
+        },
+        septetsWrong);
+    add(
+        "unpack 160 septets/gammu",
+        [] {
+            result = GSM_UnpackEightBitsToSeven(0, PACKED_OCTETS, MESSAGE_SEPTETS, PACKED.data(),
+                                                septets);
+        },
+        septetsWrong);
+    // Maps to ISO 8859-1 as well, which osmocom does not separate from unpacking.
+    add(
+        "unpack 160 septets/osmocom",
+        [] {
+            result = gsm_7bit_decode_n(reinterpret_cast<char *>(septets), sizeof(septets),
+                                       PACKED.data(), MESSAGE_SEPTETS);
+        },
+        septetsWrong);
 });
 
-const Register ALPHABET({
-    {   "UCS-2 to GSM, ASCII/ours",
-     [] { result = sms_WSTRToGSM(TEXT_UNITS.data(), MESSAGE_SEPTETS, septets, 161); },
-     septetsWrong                                                                                 },
-    {"UCS-2 to GSM, ASCII/osmocom",  [] { result = gsm_septet_encode(septets, TEXT.c_str()); },
-     septetsWrong                                                                                 },
-    {   "UCS-2 to GSM, mixed/ours",
-     [] { result = sms_WSTRToGSM(MIXED_UNITS.data(), MESSAGE_SEPTETS, septets, 161); }, mixedWrong},
-    {"UCS-2 to GSM, mixed/osmocom", [] { result = gsm_septet_encode(septets, MIXED.c_str()); },
-     mixedWrong                                                                                   },
-    {          "GSM to UCS-2/ours",
-     [] { result = sms_GSMToWSTR(octetsOf(TEXT), MESSAGE_SEPTETS, wide, 160); },
-     [] {
-     return std::memcmp(wide, TEXT_UNITS.data(), MESSAGE_SEPTETS * 2) == 0 ? nullptr
-     : "other units";
-     }                                                                                            },
-    {         "GSM to UCS-2/gammu",
-     [] { DecodeDefault(gammuWide, octetsOf(TEXT), MESSAGE_SEPTETS, 1, nullptr); },
-     [] {
-     const std::vector<unsigned char> wanted = bigEndian(TEXT_UNITS);
-     return std::memcmp(gammuWide, wanted.data(), wanted.size()) == 0 ? nullptr : "other units";
-     }                                                                                            },
+const Register ALPHABET([] {
+    add(
+        "UCS-2 to GSM, ASCII/ours",
+        [] { result = sms_WSTRToGSM(TEXT_UNITS.data(), MESSAGE_SEPTETS, septets, 161); },
+        septetsWrong);
+    add(
+        "UCS-2 to GSM, ASCII/osmocom", [] { result = gsm_septet_encode(septets, TEXT.c_str()); },
+        septetsWrong);
+    add(
+        "UCS-2 to GSM, mixed/ours",
+        [] { result = sms_WSTRToGSM(MIXED_UNITS.data(), MESSAGE_SEPTETS, septets, 161); },
+        mixedWrong);
+    add(
+        "UCS-2 to GSM, mixed/osmocom", [] { result = gsm_septet_encode(septets, MIXED.c_str()); },
+        mixedWrong);
+    add(
+        "GSM to UCS-2/ours",
+        [] { result = sms_GSMToWSTR(octetsOf(TEXT), MESSAGE_SEPTETS, wide, MESSAGE_SEPTETS); },
+        unitsWrong);
+    add(
+        "GSM to UCS-2/gammu",
+        [] { DecodeDefault(gammuWide, octetsOf(TEXT), MESSAGE_SEPTETS, 1, nullptr); },
+        gammuUnitsWrong);
 });
-
 } // namespace
 } // namespace bench

@@ -14,12 +14,13 @@ const SmsMessage REQUEST = requestFor(textUnits);
 constexpr std::size_t ROOM = 512;
 char pdu[ROOM];
 
-const Register CASES({
-    {   "SUBMIT 160, log off/ours",               [] { compose(REQUEST); },
-     // Made by the two ways alike, the second checked against the first.
-     [] { return composed(REQUEST).size() == 1 ? nullptr : "not one segment"; }},
-    {"SUBMIT 160, log off/osmocom", [] { composeByHand(TEXT, pdu, ROOM); },
-     [] { return otherThan(composed(REQUEST), pdu, ROOM); }                    },
+const Register CASES([] {
+    add(
+        "SUBMIT 160, log off/ours", [] { compose(REQUEST); },
+        [] { return composed(REQUEST).size() == 1 ? nullptr : "not one segment"; });
+    add(
+        "SUBMIT 160, log off/osmocom", [] { composeByHand(TEXT, pdu, ROOM); },
+        [] { return otherThan(composed(REQUEST), pdu, ROOM); });
 });
 
 } // namespace

@@ -1,11 +1,15 @@
 // Hexadecimal, and UCS-2 beside UTF-8.
+#include <glib.h>
 #include <iconv.h>
 
 extern "C" {
 #include <osmocom/core/utils.h>
 }
 
+#include <strings.h>
+
 #include <cstring>
+#include <iterator>
 
 #include "atlib/CPbSIM.h"
 #include "atlib/SmsUtils.h"
@@ -41,6 +45,9 @@ u8 octets[512];
 char text[1024];
 long result;
 
+const u8 *octetsOf(const std::string &all) { return reinterpret_cast<const u8 *>(all.data()); }
+u8 *textOctets() { return reinterpret_cast<u8 *>(text); }
+
 const char *lineWrong() {
     return std::memcmp(octets, LINE.data(), LINE_OCTETS) == 0 ? nullptr : "other octets";
 }
@@ -48,21 +55,25 @@ const char *hexWrong() {
     return strcasecmp(text, LINE_HEX.c_str()) == 0 ? nullptr : "other digits";
 }
 
-const Register HEXADECIMAL({
-    {   "hex to 176 octets/ours",
-     [] { result = dsatetsismsi_encode_pdu(LINE_HEX.c_str(), octets, LINE_OCTETS); }, lineWrong  },
-    {"hex to 176 octets/osmocom",
-     [] { result = osmo_hexparse(LINE_HEX.c_str(), octets, LINE_OCTETS); }, lineWrong            },
-    {  "hex to 176 octets/gammu",
-     [] {
-     result = DecodeHexBin(octets, reinterpret_cast<const unsigned char *>(LINE_HEX.data()),
-     LINE_HEX.size());
-     }, lineWrong                                                                                },
-    {   "176 octets to hex/ours",
-     [] { result = Ucs2StringToHexString(LINE.data(), text, LINE_OCTETS, 0); },  hexWrong        },
-    {"176 octets to hex/osmocom",
-     [] { osmo_hexdump_buf(text, sizeof(text), LINE.data(), LINE_OCTETS, "", false); },  hexWrong},
-    {  "176 octets to hex/gammu", [] { EncodeHexBin(text, LINE.data(), LINE_OCTETS); },  hexWrong},
+const Register HEXADECIMAL([] {
+    add(
+        "hex to 176 octets/ours",
+        [] { result = dsatetsismsi_encode_pdu(LINE_HEX.c_str(), octets, LINE_OCTETS); }, lineWrong);
+    add(
+        "hex to 176 octets/osmocom",
+        [] { result = osmo_hexparse(LINE_HEX.c_str(), octets, LINE_OCTETS); }, lineWrong);
+    add(
+        "hex to 176 octets/gammu",
+        [] { result = DecodeHexBin(octets, octetsOf(LINE_HEX), LINE_HEX.size()); }, lineWrong);
+    add(
+        "176 octets to hex/ours",
+        [] { result = Ucs2StringToHexString(LINE.data(), text, LINE_OCTETS, 0); }, hexWrong);
+    add(
+        "176 octets to hex/osmocom",
+        [] { osmo_hexdump_buf(text, sizeof(text), LINE.data(), LINE_OCTETS, "", false); },
+        hexWrong);
+    add(
+        "176 octets to hex/gammu", [] { EncodeHexBin(text, LINE.data(), LINE_OCTETS); }, hexWrong);
 });
 
 const std::vector<u16> UNITS = cyrillic(MESSAGE_UNITS);
@@ -88,6 +99,19 @@ unsigned char gammuWide[1024];
 const iconv_t TO_UTF8 = iconv_open("UTF-8", "UCS-2LE");
 const iconv_t FROM_UTF8 = iconv_open("UCS-2LE", "UTF-8");
 
+// glib hands out a new block each time.
+void toUtf8ByGlib() {
+    gchar *utf8 = g_utf16_to_utf8(UNITS.data(), MESSAGE_UNITS, nullptr, nullptr, nullptr);
+    std::strcpy(text, utf8);
+    g_free(utf8);
+}
+void fromUtf8ByGlib() {
+    gunichar2 *all = g_utf8_to_utf16(UTF8.data(), static_cast<glong>(UTF8.size()), nullptr,
+                                     nullptr, nullptr);
+    std::memcpy(wide, all, UNITS.size() * sizeof(u16));
+    g_free(all);
+}
+
 void convert(iconv_t way, const void *from, std::size_t octetCount, void *to, std::size_t room) {
     // iconv() does not write through its input.
     char *in = static_cast<char *>(const_cast<void *>(from));
@@ -101,25 +125,33 @@ const char *unitsWrong() {
     return std::memcmp(wide, UNITS.data(), UNITS.size() * 2) == 0 ? nullptr : "other units";
 }
 
-const Register UTF({
-    { "UCS-2 to UTF-8, 70/ours",
-     [] { result = UnicodeToUTF8(UNITS.data(), MESSAGE_UNITS, reinterpret_cast<u8 *>(text), 512); },
-     utf8Wrong                                                                                },
-    {"UCS-2 to UTF-8, 70/iconv",
-     [] { convert(TO_UTF8, UNITS.data(), MESSAGE_UNITS * 2, text, sizeof(text)); },  utf8Wrong},
-    { "UTF-8 to UCS-2, 70/ours",
-     [] {
-     result = UTF8ToUnicode(reinterpret_cast<const u8 *>(UTF8.data()),
-     static_cast<u32>(UTF8.size()), wide, 256);
-     }, unitsWrong                                                                            },
-    {"UTF-8 to UCS-2, 70/gammu",           [] { DecodeUTF8(gammuWide, UTF8.c_str(), UTF8.size()); },
-     [] {
-     const std::vector<unsigned char> wanted = bigEndian(UNITS);
-     return std::memcmp(gammuWide, wanted.data(), wanted.size()) == 0 ? nullptr : "other units";
-     }                                                                                        },
-    {"UTF-8 to UCS-2, 70/iconv",
-     [] { convert(FROM_UTF8, UTF8.data(), UTF8.size(), wide, sizeof(wide)); }, unitsWrong     },
-});
+const char *gammuUnitsWrong() {
+    const std::vector<unsigned char> wanted = bigEndian(UNITS);
+    return std::memcmp(gammuWide, wanted.data(), wanted.size()) == 0 ? nullptr : "other units";
+}
 
+const Register UTF([] {
+    add(
+        "UCS-2 to UTF-8, 70/ours",
+        [] { result = UnicodeToUTF8(UNITS.data(), MESSAGE_UNITS, textOctets(), sizeof(text)); },
+        utf8Wrong);
+    add(
+        "UCS-2 to UTF-8, 70/iconv",
+        [] { convert(TO_UTF8, UNITS.data(), MESSAGE_UNITS * 2, text, sizeof(text)); }, utf8Wrong);
+    add("UCS-2 to UTF-8, 70/glib", toUtf8ByGlib, utf8Wrong);
+    add("UTF-8 to UCS-2, 70/glib", fromUtf8ByGlib, unitsWrong);
+    add("UTF-8 to UCS-2, 70/ours",
+        [] {
+            result =
+                UTF8ToUnicode(octetsOf(UTF8), static_cast<u32>(UTF8.size()), wide, std::size(wide));
+        },
+        unitsWrong);
+    add(
+        "UTF-8 to UCS-2, 70/gammu", [] { DecodeUTF8(gammuWide, UTF8.c_str(), UTF8.size()); },
+        gammuUnitsWrong);
+    add(
+        "UTF-8 to UCS-2, 70/iconv",
+        [] { convert(FROM_UTF8, UTF8.data(), UTF8.size(), wide, sizeof(wide)); }, unitsWrong);
+});
 } // namespace
 } // namespace bench

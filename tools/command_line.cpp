@@ -22,9 +22,8 @@ void addMessage(CLI::App *command, ComposeOptions &options) {
 
 void addStorage(CLI::App *command, std::string &storage, const std::string &description) {
     command->add_option("--storage", storage, description)
-        ->check(CLI::IsMember({"sm", "me"}, CLI::ignore_case))
         ->transform(CLI::IsMember({"sm", "me"}, CLI::ignore_case))
-        ->type_name("sm|me");
+        ->option_text("sm|me");
 }
 
 } // namespace smspb::cli

@@ -17,9 +17,8 @@ void addIndex(CLI::App *command, ContactOptions &options) {
 
 void addFormat(CLI::App *command, ContactFileOptions &options, const std::string &description) {
     command->add_option("--format", options.format, description)
-        ->check(CLI::IsMember({"vcard", "csv"}, CLI::ignore_case))
         ->transform(CLI::IsMember({"vcard", "csv"}, CLI::ignore_case))
-        ->type_name("vcard|csv");
+        ->option_text("vcard|csv");
 }
 
 void addReading(CLI::App &app, CommandLine &line) {

@@ -73,6 +73,10 @@ void showList(const Console &console, const Phonebook &phonebook,
     console.document(json);
 }
 
+std::string nameAndNumber(const Contact &contact) {
+    return contact.name.empty() ? contact.number : nameFor(contact) + " " + contact.number;
+}
+
 std::u32string lowerCase(std::string_view text) {
     std::u32string characters = toCharacters(text);
     for (char32_t &c : characters) {
@@ -133,6 +137,10 @@ void eraseAll(const Console &console, Phonebook &phonebook, const std::vector<u3
             failure.completed.insert(failure.completed.begin(), indexes.begin(),
                                      indexes.begin() + static_cast<std::ptrdiff_t>(done));
             if (!failure.completed.empty()) { failure.exit = Exit::IN_PART; }
+            if (phonebook.isInterrupted()) {
+                console.note(fmt::format("{} behind {} of {}", failure.what(), done,
+                                         counted(indexes.size(), "location")));
+            }
             throw;
         }
     }
@@ -152,18 +160,27 @@ void noteUnread(const Console &console, const Phonebook &phonebook,
                 const Phonebook::Entries &entries) {
     const std::size_t found = entries.contacts.size();
     if (found >= phonebook.used()) { return; }
+    std::string why;
+    if (!entries.unreadable.empty()) {
+        why = fmt::format(": the modem's replies for {} make no sense",
+                          indexRanges(entries.unreadable));
+    } else if (phonebook.total() > phonebook.lastIndex()) {
+        why = fmt::format(": only locations up to {} can be", phonebook.lastIndex());
+    }
     console.note(fmt::format("{} of {} could not be read{}", phonebook.used() - found,
-                             counted(phonebook.used(), "contact"),
-                             entries.unreadable.empty()
-                                 ? ""
-                                 : ": the modem's replies for " + indexRanges(entries.unreadable) +
-                                       " make no sense"));
+                             counted(phonebook.used(), "contact"), why));
 }
 
 Failure noRoom(const Phonebook &phonebook) {
+    const std::string which =
+        phonebook.total() > phonebook.lastIndex()
+            ? fmt::format("no location up to {} is free", phonebook.lastIndex())
+            : "";
     return {Exit::REFUSED,
-            fmt::format("{} is full: {} of {} locations are used", phonebook.name(),
-                        phonebook.used(), phonebook.total()),
+            fmt::format("{} is full: {}", phonebook.name(),
+                        which.empty() ? fmt::format("{} of {} locations are used", phonebook.used(),
+                                                    phonebook.total())
+                                      : which),
             "make room: smspb contacts list, then smspb contacts delete INDEX"};
 }
 
@@ -214,8 +231,8 @@ void addContact(const Console &console, const ContactOptions &options) {
     checkFits(contact, phonebook.limits());
     contact.index = locationFor(console, phonebook, options);
     phonebook.write(contact);
-    console.say(fmt::format("added {} {} at {} in {}", nameFor(contact), contact.number,
-                            contact.index, phonebook.name()));
+    console.say(fmt::format("added {} at {} in {}", nameAndNumber(contact), contact.index,
+                            phonebook.name()));
     console.document(located(phonebook, contact));
 }
 
@@ -234,8 +251,8 @@ void editContact(const Console &console, const ContactOptions &options) {
     if (options.name) { contact.name = *options.name; }
     if (options.number) { contact.number = number; }
     phonebook.write(contact);
-    console.say(fmt::format("changed {} in {}: {} {}", index, phonebook.name(), nameFor(contact),
-                            contact.number));
+    console.say(
+        fmt::format("changed {} in {}: {}", index, phonebook.name(), nameAndNumber(contact)));
     console.document(located(phonebook, contact));
 }
 

@@ -26,9 +26,13 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-[[noreturn]] void failFile(std::string_view deed, const std::string &name, int error) {
-    throw Failure(Exit::UNEXPECTED,
-                  fmt::format("cannot {} {}: {}", deed, name, std::strerror(error)));
+[[noreturn]] void failWriting(const std::string &name) {
+    throw Failure(Exit::UNEXPECTED, fmt::format("cannot write {}: {}", name, std::strerror(errno)));
+}
+
+[[noreturn]] void failReading(const std::string &name) {
+    throw Failure(Exit::USAGE, fmt::format("cannot read {}: {}", name, std::strerror(errno)),
+                  "FILE is a vCard or CSV file; - is the standard input");
 }
 
 std::string readWhole(std::FILE *file, const std::string &name) {
@@ -42,25 +46,22 @@ std::string readWhole(std::FILE *file, const std::string &name) {
                           "a phonebook holds some hundred contacts; cut it");
         }
     }
-    if (std::ferror(file) != 0) { failFile("read", name, errno); }
+    if (std::ferror(file) != 0) { failReading(name); }
     return text;
 }
 
 std::string readFile(const std::string &name) {
     if (name == "-") { return readWhole(stdin, "the standard input"); }
     const File file(std::fopen(name.c_str(), "rb"));
-    if (!file) {
-        throw Failure(Exit::USAGE, fmt::format("cannot read {}: {}", name, std::strerror(errno)),
-                      "FILE is a vCard or CSV file; - is the standard input");
-    }
+    if (!file) { failReading(name); }
     return readWhole(file.get(), name);
 }
 
 void writeFile(const std::string &name, const std::string &text) {
     File file(std::fopen(name.c_str(), "wb"));
-    if (!file) { failFile("write", name, errno); }
+    if (!file) { failWriting(name); }
     const bool isWhole = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-    if (!isWhole || std::fclose(file.release()) != 0) { failFile("write", name, errno); }
+    if (!isWhole || std::fclose(file.release()) != 0) { failWriting(name); }
 }
 
 // To a terminal what it may show, elsewhere every octet.
@@ -77,6 +78,7 @@ void writeOutput(const Console &console, const std::string &text) {
 struct Refused {
     std::size_t line = 0;
     std::string reason;
+    bool forLackOfRoom = false;
 };
 
 struct Planned {
@@ -92,12 +94,17 @@ struct ImportPlan {
     std::size_t total() const { return contacts.size() + refused.size() + present; }
 };
 
+// A file of which nothing can be read at all is refused before the modem is asked.
 ContactFile parseFile(const ContactFileOptions &options, FileFormat &format) {
     const std::string text = readFile(options.file);
     format = options.format.empty() ? formatOfContent(text) : formatNamed(options.format);
     ContactFile file = parseContacts(text, format);
-    if (!file.entries.empty() || !file.problems.empty()) { return file; }
-    throw Failure(Exit::USAGE, fmt::format("{} holds no contact", options.file),
+    const std::size_t problems = file.problems.size();
+    if (!file.entries.empty() || problems > 1) { return file; }
+    throw Failure(Exit::USAGE,
+                  problems == 0 ? fmt::format("{} holds no contact", options.file)
+                                : fmt::format("{}, line {}: {}", options.file,
+                                              file.problems[0].line, file.problems[0].text),
                   "a vCard file begins with BEGIN:VCARD, a CSV file with the columns' names: "
                   "name,number");
 }
@@ -155,14 +162,23 @@ std::vector<u32> freeLocations(const Phonebook &phonebook, const Phonebook::Entr
 // Gives every contact its location; those without one are refused.
 void place(ImportPlan &plan, const std::vector<u32> &free) {
     for (std::size_t i = 0; i < plan.contacts.size(); i++) {
+        Planned &planned = plan.contacts[i];
         if (i < free.size()) {
-            plan.contacts[i].contact.index = free[i];
+            planned.contact.index = free[i];
         } else {
-            plan.refused.push_back({plan.contacts[i].line, nameFor(plan.contacts[i].contact) +
-                                                               ": no location is left for it"});
+            plan.refused.push_back(
+                {planned.line, nameFor(planned.contact) + " finds no free location", true});
         }
     }
     plan.contacts.resize(std::min(plan.contacts.size(), free.size()));
+    std::stable_sort(plan.refused.begin(), plan.refused.end(),
+                     [](const Refused &a, const Refused &b) { return a.line < b.line; });
+}
+
+std::size_t countWithoutRoom(const ImportPlan &plan) {
+    return static_cast<std::size_t>(
+        std::count_if(plan.refused.begin(), plan.refused.end(),
+                      [](const Refused &refused) { return refused.forLackOfRoom; }));
 }
 
 Json toJson(const ImportPlan &plan, const Phonebook &phonebook, bool dryRun, std::size_t written) {
@@ -187,12 +203,19 @@ Json toJson(const ImportPlan &plan, const Phonebook &phonebook, bool dryRun, std
     return json;
 }
 
-void noteRefused(const Console &console, ImportPlan &plan) {
-    std::stable_sort(plan.refused.begin(), plan.refused.end(),
-                     [](const Refused &a, const Refused &b) { return a.line < b.line; });
+// Those without room are the last ones of the file; one line tells them all.
+void noteRefused(const Console &console, const ImportPlan &plan) {
     if (console.json()) { return; }
+    bool isRoomTold = false;
     for (const Refused &refused : plan.refused) {
-        console.note(fmt::format("line {}: {}", refused.line, refused.reason));
+        const bool tellsRoom = refused.forLackOfRoom && !isRoomTold;
+        if (tellsRoom) {
+            console.note(fmt::format("from line {} on: no free location for {}", refused.line,
+                                     counted(countWithoutRoom(plan), "contact")));
+        } else if (!refused.forLackOfRoom) {
+            console.note(fmt::format("line {}: {}", refused.line, refused.reason));
+        }
+        isRoomTold = isRoomTold || tellsRoom;
     }
 }
 
@@ -228,7 +251,9 @@ void writePlanned(const Console &console, Phonebook &phonebook, ImportPlan &plan
             written.push_back(planned);
         } catch (const Failure &failure) {
             if (!partial || !concernsEntryOnly(failure)) {
-                throw partly(failure, written, plan.contacts.size());
+                const Failure whole = partly(failure, written, plan.contacts.size());
+                if (phonebook.isInterrupted()) { console.complain(whole); }
+                throw whole;
             }
             plan.refused.push_back({planned.line, failure.what()});
         }
@@ -239,10 +264,14 @@ void writePlanned(const Console &console, Phonebook &phonebook, ImportPlan &plan
 // Nothing is written because of what is refused.
 Exit refuse(const Console &console, const ImportPlan &plan, const Phonebook &phonebook,
             bool dryRun) {
-    const Failure failure(Exit::USAGE,
-                          fmt::format("{} of {} cannot be imported; nothing was written",
-                                      plan.refused.size(), counted(plan.total(), "contact")),
-                          "mend the lines above, or write the others with --partial");
+    const bool onlyRoomLacks = countWithoutRoom(plan) == plan.refused.size();
+    const Failure failure(
+        onlyRoomLacks ? Exit::REFUSED : Exit::USAGE,
+        fmt::format("{} of {} cannot be imported; nothing was written", plan.refused.size(),
+                    counted(plan.total(), "contact")),
+        onlyRoomLacks ? "make room with smspb contacts delete, or write what fits with --partial"
+        : plan.contacts.empty() ? "mend what is wrong"
+                                : "mend what is wrong, or write the others with --partial");
     console.complain(failure);
     Json json = toJson(plan, phonebook, dryRun, 0);
     json["error"] = cli::toJson(failure);
@@ -304,8 +333,8 @@ Exit importContacts(const Console &console, const ContactFileOptions &options) {
     const std::size_t wanted = plan.contacts.size();
     place(plan, free);
     if (plan.contacts.empty() && wanted != 0) { throw noRoom(phonebook); }
-    const bool isWhole = plan.refused.empty();
-    if (!isWhole && (!options.partial || plan.contacts.empty())) {
+    const bool isNothingFit = plan.contacts.empty() && plan.present == 0;
+    if (!plan.refused.empty() && (!options.partial || isNothingFit)) {
         noteRefused(console, plan);
         return refuse(console, plan, phonebook, options.dryRun);
     }

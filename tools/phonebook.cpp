@@ -90,7 +90,8 @@ void adaptHint(Failure &failure) {
 
 Failure failureFor(u32 status, std::string_view what, const std::string &command) {
     Failure failure = status == PB_NO_REPLY ? noAnswer(what) : explained(status, what, command);
-    failure.status = status;
+    // The second try may have met a silence that the first one did not.
+    if (failure.status) { failure.status = failure.exit == Exit::NO_ANSWER ? PB_NO_REPLY : status; }
     adaptHint(failure);
     return failure;
 }
@@ -135,7 +136,7 @@ std::string writeCommand(const sm_item_t &item) {
 
 Failure silence(std::string_view what) {
     Failure failure = noAnswer(what, "; it may be done all the same");
-    failure.status = PB_NO_REPLY;
+    if (failure.status) { failure.status = PB_NO_REPLY; }
     return failure;
 }
 
@@ -198,14 +199,9 @@ void Interruption::check() {
 Phonebook::Phonebook(const std::string &storage)
     : storage_(storage == "me" ? PB_STORAGE_ME : PB_STORAGE_SM),
       name_(storage == "me" ? "ME" : "SM") {
-    const std::string what = fmt::format("select the phonebook {}", name_);
     const u32 charsetStatus = SM_SetCodeDec("UCS2");
     if (charsetStatus != PB_OK) {
         throw failureFor(charsetStatus, "set the character set UCS2", "AT+CSCS=\"UCS2\"");
-    }
-    const u32 selected = SM_SetStorage(storage_);
-    if (selected != PB_OK) {
-        throw failureFor(selected, what, fmt::format("AT+CPBS=\"{}\"", name_));
     }
     measure();
     sm_record_info_t record = {};
@@ -220,6 +216,10 @@ Phonebook::Phonebook(const std::string &storage)
 void Phonebook::measure() {
     sm_storage_info_t info = {};
     const u32 status = SM_GetStorageInfo(&info, storage_);
+    if (status == PB_STORAGE_REFUSED) {
+        throw failureFor(status, fmt::format("select the phonebook {}", name_),
+                         fmt::format("AT+CPBS=\"{}\"", name_));
+    }
     if (status != PB_OK) { throw failureFor(status, "read the phonebook's fill", "AT+CPBS?"); }
     used_ = static_cast<u32>(std::max(info.used, 0));
     total_ = static_cast<u32>(std::max(info.total, 0));

@@ -42,6 +42,7 @@ public:
 
     // Throws a Failure when a signal came.
     void check();
+    bool isPending() const { return signal_ != 0; }
 
 private:
     SignalWatch watch_;
@@ -84,6 +85,9 @@ public:
     // which of them were cleared before.
     static constexpr std::size_t ERASED_MAX = 40;
     void erase(std::span<const u32> indexes);
+
+    // Whether a signal ended the last call: nobody else will say what was done till then.
+    bool isInterrupted() const { return interruption_.isPending(); }
 
     // Asks for the fill again.
     void measure();

@@ -367,11 +367,11 @@ std::vector<Operation> operations() {
                   {MINUS_ONE}),
         operation("sms_decode_pdu", decodeText, 0, {}, {0}),
         operation("sms_decode_msg_body_text_Gsm", [] { return bodyOf(ALPHABET_GSM_7BIT); }, 1, {},
-                  {1}),
+                  {0}),
         operation("sms_decode_msg_body_text_Data", [] { return bodyOf(ALPHABET_8BIT); }, 1, {},
-                  {1}),
+                  {0}),
         operation("sms_decode_msg_body_text_Ucs2", [] { return bodyOf(ALPHABET_UCS2); }, 1, {},
-                  {1}),
+                  {0}),
         // CPbSIM
         asking(
             "SM_SetStorage", [] { return SM_SetStorage(PB_STORAGE_SM); }, P),

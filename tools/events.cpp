@@ -72,13 +72,20 @@ void takePduLine(std::string_view &rest, std::string &report) {
     rest = ahead;
 }
 
-// Takes the lines of a USSD text up to its closing quote.
+// Whether the quoted text goes on: it ends with a quote and perhaps a number behind it, since it
+// may hold quotes itself.
+bool isQuoteOpen(std::string_view report) {
+    const std::size_t open = report.find('"');
+    if (open == report.npos) { return false; }
+    std::string_view text = report.substr(open + 1);
+    const std::size_t last = text.find_last_not_of("0123456789 ");
+    text = text.substr(0, last + 1); // npos + 1 is 0
+    return !text.ends_with('"') && !text.ends_with("\",");
+}
+
+// Takes the lines of a USSD text up to its end.
 void takeQuotedLines(std::string_view &rest, std::string &report) {
-    const auto isOpen = [&report] {
-        const std::size_t quote = report.find('"');
-        return quote != std::string::npos && report.find('"', quote + 1) == std::string::npos;
-    };
-    while (isOpen() && !rest.empty()) {
+    while (isQuoteOpen(report) && !rest.empty()) {
         std::string_view line = takeLine(rest);
         if (line.ends_with('\r')) { line.remove_suffix(1); }
         (report += "\r\n") += line;

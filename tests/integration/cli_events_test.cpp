@@ -428,7 +428,7 @@ TEST(Pages, PagesAreJoinedInAnyOrderAndRepetitionsAreIgnored) {
               "2026-01-03 12:00:01  page     channel 50       [incomplete, 1 of 2 pages] other[…]");
 }
 
-TEST(Ussd, AnswersAreReadByTheirCodingFirstAndThenByWhatTheyCanBe) {
+TEST(UssdText, AnswersAreReadByTheirCodingFirstAndThenByWhatTheyCanBe) {
     const std::string balance = hexadecimal(packed("Your balance is 4.20 EUR"));
     const std::string sevenLong = hexadecimal(packed("Dial *1", 7)); // padded with CR
     const std::string eightLong = hexadecimal(packed("Dial *10"));
@@ -480,7 +480,7 @@ TEST(Ussd, AnswersAreReadByTheirCodingFirstAndThenByWhatTheyCanBe) {
     EXPECT_EQ(contentOf(*ussdAnswerFrom("+CUSD: 0,\"00FF01\",68")), "00FF01");
 }
 
-TEST(Ussd, TheStatusStandsFirst) {
+TEST(UssdText, TheStatusStandsFirst) {
     const struct {
         std::string line, words;
         UssdStatus status;
@@ -505,7 +505,7 @@ TEST(Ussd, TheStatusStandsFirst) {
     }
 }
 
-TEST(Ussd, APackedTextOfAnyLengthIsReadAgain) {
+TEST(UssdText, APackedTextOfAnyLengthIsReadAgain) {
     std::mt19937 random(11);
     const std::string letters = "abcdefghijklmnopqrstuvwxyz ABCDEFGHIJ.,:";
     int misread = 0;
@@ -525,7 +525,7 @@ TEST(Ussd, APackedTextOfAnyLengthIsReadAgain) {
     EXPECT_EQ(misread, 0);
 }
 
-TEST(Ussd, AnAnswerCutAnywhereIsReadWithoutHarm) {
+TEST(UssdText, AnAnswerCutAnywhereIsReadWithoutHarm) {
     const std::string line = "+CUSD: 1,\"00480065006C006C006F\",72\r\n";
     for (std::size_t size = 0; size <= line.size(); size++) {
         const auto answer = ussdAnswerFrom(line.substr(0, size));

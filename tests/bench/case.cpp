@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -14,7 +15,7 @@ namespace {
 
 constexpr char LIBRARY_LOG[] = "/tmp/smspblog.1";
 // The log is the whole machine's: another process may write or rotate it in between.
-constexpr int COUNTING_ATTEMPTS = 10;
+constexpr std::chrono::seconds COUNTING_TIME{2};
 
 std::vector<Case> &allCases() {
     static std::vector<Case> all;
@@ -52,7 +53,8 @@ int linesOf(const Case &each) {
 }
 
 bool writesItsLines(const Case &each) {
-    for (int i = 0; i < COUNTING_ATTEMPTS; i++) {
+    const auto end = std::chrono::steady_clock::now() + COUNTING_TIME;
+    while (std::chrono::steady_clock::now() < end) {
         if (linesOf(each) == each.logLines) { return true; }
     }
     return false;
@@ -74,7 +76,9 @@ void add(std::string name, void (*run)(), const char *(*wrong)(), int logLines) 
 void checkAll() {
     for (const Case &each : cases()) {
         each.run(); // what the first run leaves behind must not matter to the next
-        if (!writesItsLines(each)) { refuse(each, "another number of log lines"); }
+        if (each.logLines != 0 && !writesItsLines(each)) {
+            refuse(each, "another number of log lines");
+        }
         if (const char *wrong = each.wrong()) { refuse(each, wrong); }
     }
 }

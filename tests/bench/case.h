@@ -25,8 +25,8 @@ struct Register {
     explicit Register(void (*addCases)()) { addCases(); }
 };
 
-// Runs every case and ends the program, naming the case, when a result or the number of its log
-// lines is wrong.
+// Runs every case and ends the program, naming the case, when a result is wrong, or the number of
+// log lines of a case that has any.
 void checkAll();
 
 } // namespace bench

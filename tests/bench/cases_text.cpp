@@ -106,8 +106,8 @@ void toUtf8ByGlib() {
     g_free(utf8);
 }
 void fromUtf8ByGlib() {
-    gunichar2 *all = g_utf8_to_utf16(UTF8.data(), static_cast<glong>(UTF8.size()), nullptr,
-                                     nullptr, nullptr);
+    gunichar2 *all =
+        g_utf8_to_utf16(UTF8.data(), static_cast<glong>(UTF8.size()), nullptr, nullptr, nullptr);
     std::memcpy(wide, all, UNITS.size() * sizeof(u16));
     g_free(all);
 }
@@ -140,7 +140,8 @@ const Register UTF([] {
         [] { convert(TO_UTF8, UNITS.data(), MESSAGE_UNITS * 2, text, sizeof(text)); }, utf8Wrong);
     add("UCS-2 to UTF-8, 70/glib", toUtf8ByGlib, utf8Wrong);
     add("UTF-8 to UCS-2, 70/glib", fromUtf8ByGlib, unitsWrong);
-    add("UTF-8 to UCS-2, 70/ours",
+    add(
+        "UTF-8 to UCS-2, 70/ours",
         [] {
             result =
                 UTF8ToUnicode(octetsOf(UTF8), static_cast<u32>(UTF8.size()), wide, std::size(wide));

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the benchmarks measured beside the limits; exit status 1 when one does not hold.
 
-table.py DIRECTORY [--quick]
+table.py DIRECTORY
 
 DIRECTORY holds the programs' results (*.json, of Google Benchmark) and the instruction counts
 (*/callgrind.out.*). The table is written to DIRECTORY/table.md as well.
@@ -65,9 +65,10 @@ class Results:
             for run in result["benchmarks"]:
                 if run["run_type"] != "iteration":
                     continue
+                case = run["run_name"].removesuffix("/manual_time")
                 for clock in ("cpu_time", "real_time"):
-                    times.setdefault((run["run_name"], clock), []).append(run[clock])
-                self.lines[run["run_name"]] = int(run["logLines"])
+                    times.setdefault((case, clock), []).append(run[clock])
+                self.lines[case] = int(run.get("logLines", 0))
         self.times = {key: statistics.median(all_of_it) for key, all_of_it in times.items()}
         self.repetitions = min(len(all_of_it) for all_of_it in times.values())
         self.instructions = counts(directory)
@@ -103,7 +104,7 @@ def measure(row, results):
     bare = results.time(BARE_LINE)
     if row.name == "log line":
         return bare, "F"
-    lines = results.lines[f"{row.name}/ours"] if row.clock == "cpu_time" else 0
+    lines = results.lines[f"{row.name}/ours"]
     terms = [f"{lines} F"] if lines else []
     total = lines * bare
     for peer, weight in row.peers.items():
@@ -188,7 +189,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("directory")
-    results = Results(parser.parse_args().directory)
+    directory = parser.parse_args().directory
+    results = Results(directory)
     speed = list(speed_rows(results))
     growth = list(growth_rows(results))
     text = "\n\n".join([
@@ -199,7 +201,7 @@ def main():
         table(["case", "peer", "takes", "instructions"], list(peer_rows(results))),
         footer(results)])
     print(text)
-    with open(os.path.join(parser.parse_args().directory, "table.md"), "w",
+    with open(os.path.join(directory, "table.md"), "w",
               encoding="utf-8") as file:
         file.write(text + "\n")
     return 0 if all(holds for holds, _ in speed + growth) else 1

@@ -1,0 +1,102 @@
+// One command on its whole road: library, modem manager, simulated modem and back, all of them
+// processes of their own; beside it the two bare round trips that are on this road.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "atlib/USBModem.h"
+#include "echo.h"
+#include "support/process.h"
+
+namespace bench {
+namespace {
+
+class Road {
+public:
+    Road()
+        : socket_(directory_.path() / "echo"),
+          modem_({SIMMODEM_PROGRAM, "--link", (directory_.path() / "modem").string()}) {
+        setenv("SMSPB_RUNTIME_DIR", directory_.path().c_str(), 1);
+        if (!modem_.prints("ready")) { throw std::runtime_error("the modem does not get ready"); }
+        const std::string tty = (directory_.path() / "modem").string();
+        manager_ = std::make_unique<support::Program>(
+            std::vector<std::string>{MODEMD_PROGRAM, "--device", tty});
+        if (!manager_->prints("ready")) {
+            throw std::runtime_error("the manager does not get ready");
+        }
+    }
+    const SocketEcho &socket() const { return socket_; }
+    const TerminalEcho &terminal() const { return terminal_; }
+
+private:
+    support::PrivateDirectory directory_;
+    SocketEcho socket_;
+    TerminalEcho terminal_;
+    support::Program modem_;
+    std::unique_ptr<support::Program> manager_;
+};
+
+using Clock = std::chrono::steady_clock;
+
+struct Trip {
+    const char *name;
+    bool (*make)(const Road &); // false: no answer, or another one
+};
+
+bool askModem(const Road & /*road*/) {
+    char *reply = writeComm("AT\r", 3000, 2, "OK", "ERROR");
+    const bool isAnswer = reply != nullptr && std::strcmp(reply, "\r\nOK\r\n") == 0;
+    std::free(reply);
+    return isAnswer;
+}
+
+bool overSocket(const Road &road) { return road.socket().roundTrip() == SocketEcho::ANSWER_OCTETS; }
+
+bool overTerminal(const Road &road) {
+    return road.terminal().roundTrip() == TerminalEcho::ANSWER_OCTETS;
+}
+
+constexpr Trip TRIPS[] = {
+    {  "command, whole road/ours",     askModem},
+    {"command, whole road/socket",   overSocket},
+    {   "command, whole road/pty", overTerminal},
+};
+
+// The three take turns, so that each finds the processors and the scheduler as the others do; only
+// one of them counts.
+void timeTrip(benchmark::State &state, const Road &road, const Trip &counted) {
+    for ([[maybe_unused]] auto _ : state) {
+        for (const Trip &trip : TRIPS) {
+            const Clock::time_point begin = Clock::now();
+            if (!trip.make(road)) { state.SkipWithError("another answer"); }
+            const std::chrono::duration<double> took = Clock::now() - begin;
+            if (&trip == &counted) { state.SetIterationTime(took.count()); }
+        }
+    }
+}
+
+} // namespace
+} // namespace bench
+
+int main(int argc, char **argv) {
+    const bench::Road road;
+    for (const bench::Trip &trip : bench::TRIPS) {
+        if (!trip.make(road)) {
+            std::fprintf(stderr, "%s: another answer\n", trip.name);
+            return 1;
+        }
+        benchmark::RegisterBenchmark(trip.name, [&](benchmark::State &state) {
+            bench::timeTrip(state, road, trip);
+        })->UseManualTime();
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) { return 2; }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -163,6 +163,14 @@ void eraseOne(u32 index) {
     }
 }
 
+// What was done stays done, whatever becomes of this.
+void giveBack(const std::string &command) {
+    if (isModemSilent()) { return; }
+    try {
+        run(command, "give the modem's settings back");
+    } catch (const Failure &) {}
+}
+
 } // namespace
 
 KeptPhonebook::KeptPhonebook() {
@@ -174,10 +182,21 @@ KeptPhonebook::KeptPhonebook() {
 }
 
 KeptPhonebook::~KeptPhonebook() {
-    if (former_.empty() || isModemSilent()) { return; }
-    try {
-        run(fmt::format("AT+CPBS=\"{}\"", former_), "give the phonebook back");
-    } catch (const Failure &) {} // what was done stays done
+    if (!former_.empty()) { giveBack(fmt::format("AT+CPBS=\"{}\"", former_)); }
+}
+
+NumberedErrors::NumberedErrors() {
+    static constexpr std::string_view KEY = "+CMEE: ", NUMBERED = "1";
+    static constexpr const char *WHAT = "have the modem number its errors";
+    const std::string reply = run("AT+CMEE?", WHAT);
+    const std::size_t start = reply.find(KEY);
+    if (start == reply.npos || reply.substr(start + KEY.size(), 1) == NUMBERED) { return; }
+    former_ = reply.substr(start + KEY.size(), 1);
+    run("AT+CMEE=1", WHAT);
+}
+
+NumberedErrors::~NumberedErrors() {
+    if (!former_.empty()) { giveBack("AT+CMEE=" + former_); }
 }
 
 Interruption::~Interruption() {

@@ -31,6 +31,19 @@ private:
     std::string former_;
 };
 
+// Has the modem number its errors meanwhile (TS 27.007, 9.1): without their numbers an empty
+// location cannot be told from a broken SIM.
+class NumberedErrors {
+public:
+    NumberedErrors();
+    ~NumberedErrors();
+    NumberedErrors(const NumberedErrors &) = delete;
+    NumberedErrors &operator=(const NumberedErrors &) = delete;
+
+private:
+    std::string former_; // empty when they are numbered already, or the modem does not say
+};
+
 // Signals that ask for the end wait for the end of a step; when the object goes, the process ends
 // by the one that came.
 class Interruption {
@@ -96,6 +109,7 @@ private:
     Interruption interruption_;
     KeptPhonebook keptPhonebook_;
     KeptCharset keptCharset_;
+    NumberedErrors numberedErrors_;
     u32 storage_;
     std::string_view name_;
     u32 used_ = 0, total_ = 0;

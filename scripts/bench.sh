@@ -20,11 +20,14 @@ esac
 
 need_packages "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
 say "building"
-build bench | tail -n 1
-
 results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results"
+build bench >"$results/build.log" || {
+    cat "$results/build.log" >&2
+    exit 1
+}
+
 for program in smspb_bench smspb_bench_nolog smspb_bench_road; do
     say "$program"
     # What the library prints on standard output is no result.

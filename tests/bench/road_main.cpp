@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -92,22 +93,31 @@ void timeTrip(benchmark::State &state, const Road &road, const Trip &counted) {
     if (!nanoseconds.empty()) { state.counters["trip"] = median(std::move(nanoseconds)); }
 }
 
-} // namespace
-} // namespace bench
-
-int main(int argc, char **argv) {
-    const bench::Road road;
-    for (const bench::Trip &trip : bench::TRIPS) {
+int timeAll(const Road &road, int argc, char **argv) {
+    for (const Trip &trip : TRIPS) {
         if (!trip.make(road)) {
             std::fprintf(stderr, "%s: another answer\n", trip.name);
             return 1;
         }
-        benchmark::RegisterBenchmark(
-            trip.name, [&](benchmark::State &state) { bench::timeTrip(state, road, trip); });
+        benchmark::RegisterBenchmark(trip.name,
+                                     [&](benchmark::State &state) { timeTrip(state, road, trip); });
     }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) { return 2; }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
+}
+
+} // namespace
+} // namespace bench
+
+int main(int argc, char **argv) {
+    try {
+        const bench::Road road;
+        return bench::timeAll(road, argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
 }

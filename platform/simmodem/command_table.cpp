@@ -52,8 +52,12 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
 
 } // namespace
 
+std::array<std::span<const CommandRow>, 4> commandTables() {
+    return {basicCommands(), equipmentCommands(), messageCommands(), phonebookCommands()};
+}
+
 const CommandRow *findRow(std::string_view name) {
-    for (const auto table : {basicCommands(), equipmentCommands(), messageCommands()}) {
+    for (const auto table : commandTables()) {
         const auto row = std::find_if(table.begin(), table.end(),
                                       [name](const CommandRow &r) { return r.name == name; });
         if (row != table.end()) { return &*row; }

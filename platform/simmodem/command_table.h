@@ -6,6 +6,7 @@
 #include "modem.h"
 #include "reply.h"
 
+#include <array>
 #include <span>
 
 namespace smspb::simmodem {
@@ -33,6 +34,10 @@ struct CommandRow {
 std::span<const CommandRow> basicCommands();
 std::span<const CommandRow> equipmentCommands();
 std::span<const CommandRow> messageCommands();
+std::span<const CommandRow> phonebookCommands();
+
+// All of them, in the order in which +CLAC lists them.
+std::array<std::span<const CommandRow>, 4> commandTables();
 
 // Null for an unknown command.
 const CommandRow *findRow(std::string_view name);

@@ -30,7 +30,7 @@ Reply ownNumber(Modem &modem, const Command &command) {
 
 Reply listCommands(Modem & /*modem*/, const Command & /*command*/) {
     std::string names;
-    for (const auto table : {basicCommands(), equipmentCommands(), messageCommands()}) {
+    for (const auto table : commandTables()) {
         for (const CommandRow &row : table) {
             names += (names.empty() ? "AT" : "\nAT") + std::string(row.name);
         }

@@ -2,6 +2,7 @@
 // taken in it.
 #include "command_table.h"
 
+#include "charset.h"
 #include "network.h"
 #include "text.h"
 
@@ -71,29 +72,15 @@ Reply setStorages(Modem &modem, const Command &command) {
                                   counts(modem.storage(USE_RECEIVE))}));
 }
 
-// TS 27.007, 5.5: with "UCS2" a string is four hexadecimal digits for each character.
-std::string toTerminal(const Settings &settings, std::string_view number) {
-    if (settings.charset != "UCS2") { return std::string(number); }
-    static constexpr std::string_view DIGITS = "0123456789ABCDEF";
-    std::string text;
-    for (const char c : number) {
-        const auto code = static_cast<unsigned char>(c);
-        text += {'0', '0', DIGITS[code >> 4], DIGITS[code & 0x0F]};
-    }
-    return text;
+std::string numberToTerminal(const Settings &settings, std::string_view number) {
+    return toTerminal(settings.charset, std::u16string(number.begin(), number.end()));
 }
 
-std::optional<std::string> fromTerminal(const Settings &settings, std::string_view text) {
-    if (settings.charset != "UCS2") { return std::string(text); }
+std::optional<std::string> numberFromTerminal(const Settings &settings, std::string_view text) {
+    const auto units = fromTerminal(settings.charset, text);
+    if (!units) { return std::nullopt; }
     std::string number;
-    for (; !text.empty(); text.remove_prefix(4)) {
-        unsigned code = 0;
-        const std::string_view unit = text.substr(0, 4);
-        const auto [end, error] = std::from_chars(unit.data(), unit.data() + unit.size(), code, 16);
-        const bool whole = unit.size() == 4 && error == std::errc() && end == unit.data() + 4;
-        if (!whole || code > '~') { return std::nullopt; }
-        number += static_cast<char>(code);
-    }
+    for (const char16_t unit : *units) { number += unit <= '~' ? static_cast<char>(unit) : '?'; }
     return number;
 }
 
@@ -102,7 +89,7 @@ std::optional<std::string> dialledNumber(const Modem &modem, const Command &comm
                                          std::size_t index) {
     static constexpr unsigned TYPE_INTERNATIONAL = 145, TYPE_MAX = 255, TYPE_MIN = 128;
     const auto text = stringAt(command, index);
-    auto number = text ? fromTerminal(modem.settings, *text) : std::nullopt;
+    auto number = text ? numberFromTerminal(modem.settings, *text) : std::nullopt;
     if (!number || !isNumber(*number)) { return std::nullopt; }
     const auto type = numberAt(command, index + 1, TYPE_MIN, TYPE_MAX, TYPE_MIN);
     if (!type) { return std::nullopt; }
@@ -112,7 +99,7 @@ std::optional<std::string> dialledNumber(const Modem &modem, const Command &comm
 
 Reply readServiceCentre(Modem &modem, const Command &command) {
     const bool international = modem.serviceCentre.starts_with('+');
-    return shown(command, joined({quoted(toTerminal(modem.settings, modem.serviceCentre)),
+    return shown(command, joined({quoted(numberToTerminal(modem.settings, modem.serviceCentre)),
                                   international ? "145" : "129"}));
 }
 

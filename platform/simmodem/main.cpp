@@ -95,6 +95,24 @@ void addOptions(CLI::App &app, Options &options) {
         ->capture_default_str()
         ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
         ->type_name("");
+    app.add_option("--pb-sm-size", options.modem.smPhonebookSize, "Places of the phonebook SM")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--pb-me-size", options.modem.mePhonebookSize, "Places of the phonebook ME")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--pb-number-max", options.modem.phonebookLimits.numberMax,
+                   "Longest number of a phonebook entry, without \"+\"")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 80))
+        ->type_name("");
+    app.add_option("--pb-name-max", options.modem.phonebookLimits.nameMax,
+                   "Longest name of a phonebook entry")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 240))
+        ->type_name("");
     app.add_option("--fault", options.faults,
                    "PATTERN=ACTION[:COUNT], as often as wanted; ACTION is silence, error, cms=N, "
                    "cme=N, drop[=MS], half, garbage, delay=MS, unsolicited=TEXT or no-prompt")

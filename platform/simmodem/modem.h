@@ -3,6 +3,7 @@
 #pragma once
 
 #include "faults.h"
+#include "phonebook.h"
 #include "storage.h"
 
 #include <array>
@@ -69,19 +70,27 @@ struct ModemOptions {
     std::string number = "+15550001000";
     std::string serviceCentre = "+15550000099";
     std::size_t meSize = 100, smSize = 50;
+    std::size_t mePhonebookSize = 100, smPhonebookSize = 250;
+    PhonebookLimits phonebookLimits;
 };
 
 struct Modem {
     explicit Modem(const ModemOptions &options)
         : number(options.number),
           serviceCentre(options.serviceCentre), storages{Storage("ME", options.meSize),
-                                                         Storage("SM", options.smSize)} {}
+                                                         Storage("SM", options.smSize)},
+          phonebooks{Phonebook("SM", options.smPhonebookSize),
+                     Phonebook("ME", options.mePhonebookSize)},
+          phonebookLimits(options.phonebookLimits) {}
 
     std::string number;
     std::string serviceCentre; // empty for none
     Settings settings, profile;
     std::array<Storage, 2> storages;
     std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in `storages`
+    std::array<Phonebook, 2> phonebooks;
+    PhonebookLimits phonebookLimits;
+    std::size_t selectedPhonebook = 0; // index in `phonebooks`
     std::uint8_t lastReference = 0;
     std::deque<Incoming> pending; // from the network, waiting for room
     std::deque<std::string> held; // unsolicited, kept back by +CNMI mode 0
@@ -89,6 +98,7 @@ struct Modem {
         unsolicited; // to go out as soon as no command runs; lines joined by "\n"
     Faults faults;
 
+    Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }
     Storage &storage(Use use) { return storages.at(selected.at(use)); }
 
     // By the name of +CPMS; null for another.

@@ -14,7 +14,7 @@ struct ErrorText {
 };
 
 // TS 27.007, 9.2.1.
-constexpr std::array<ErrorText, 19> EQUIPMENT_ERRORS{
+constexpr std::array<ErrorText, 23> EQUIPMENT_ERRORS{
     {
      {0, "phone failure"},
      {3, "operation not allowed"},
@@ -31,6 +31,10 @@ constexpr std::array<ErrorText, 19> EQUIPMENT_ERRORS{
      {21, "invalid index"},
      {22, "not found"},
      {23, "memory failure"},
+     {24, "text string too long"},
+     {25, "invalid characters in text string"},
+     {26, "dial string too long"},
+     {27, "invalid characters in dial string"},
      {30, "no network service"},
      {31, "network timeout"},
      {50, "incorrect parameters"},

@@ -1,0 +1,151 @@
+#include "charset.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace smspb::simmodem {
+namespace {
+
+constexpr char16_t ESCAPE = 0x1B;
+
+// TS 23.038, 6.2.1: the character of each septet.
+constexpr std::u16string_view ALPHABET =
+    u"@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\x1BÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
+    u"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà";
+static_assert(ALPHABET.size() == 128);
+
+// TS 23.038, 6.2.1.1: what stands behind the escape, and its code.
+constexpr std::u16string_view EXTENSIONS = u"\f^{}\\[~]|€";
+constexpr std::string_view EXTENSION_CODES = "\x0A\x14\x28\x29\x2F\x3C\x3D\x3E\x40\x65";
+static_assert(EXTENSIONS.size() == EXTENSION_CODES.size());
+
+bool isAscii(char16_t unit) { return unit < 0x80; }
+
+// Nothing for what the alphabet lacks.
+std::optional<char> gsmCode(char16_t unit) {
+    const std::size_t code = ALPHABET.find(unit);
+    if (code == std::u16string_view::npos || unit == ESCAPE) { return std::nullopt; }
+    return static_cast<char>(code);
+}
+
+std::optional<std::u16string> fromHexUnits(std::string_view text) {
+    std::u16string out;
+    for (; !text.empty(); text.remove_prefix(4)) {
+        const std::string_view digits = text.substr(0, 4);
+        unsigned unit = 0;
+        const auto [end, error] =
+            std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+        if (digits.size() != 4 || error != std::errc() || end != digits.data() + 4) {
+            return std::nullopt;
+        }
+        out += static_cast<char16_t>(unit);
+    }
+    return out;
+}
+
+std::optional<char16_t> fromOctet(bool gsm, unsigned char octet) {
+    if (octet >= ALPHABET.size() || (gsm && octet == ESCAPE)) { return std::nullopt; }
+    return gsm ? ALPHABET[octet] : static_cast<char16_t>(octet);
+}
+
+char toOctet(bool gsm, char16_t unit) {
+    const std::optional<char> code =
+        gsm ? gsmCode(unit)
+            : (isAscii(unit) ? std::optional(static_cast<char>(unit)) : std::nullopt);
+    return code && *code != '"' ? *code : '?';
+}
+
+// The code point of the sequence that `text` begins with, taken off it; nothing for a malformed
+// one.
+std::optional<char32_t> takeCodePoint(std::string_view &text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (text.size() < length || (lead >= 0x80 && lead < 0xC2) || lead > 0xF4) {
+        return std::nullopt;
+    }
+    char32_t value = length == 1 ? lead : lead & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; i++) {
+        const auto octet = static_cast<unsigned char>(text[i]);
+        if ((octet & 0xC0U) != 0x80) { return std::nullopt; }
+        value = value << 6 | (octet & 0x3FU);
+    }
+    text.remove_prefix(length);
+    return value;
+}
+
+} // namespace
+
+std::optional<std::u16string> fromTerminal(std::string_view charset, std::string_view text) {
+    if (charset == "UCS2") { return fromHexUnits(text); }
+    std::u16string out;
+    for (const char c : text) {
+        const auto unit = fromOctet(charset == "GSM", static_cast<unsigned char>(c));
+        if (!unit) { return std::nullopt; }
+        out += *unit;
+    }
+    return out;
+}
+
+std::string toTerminal(std::string_view charset, std::u16string_view text) {
+    if (charset == "UCS2") { return toHex(toUcs2Octets(text)); }
+    std::string out;
+    for (const char16_t unit : text) { out += toOctet(charset == "GSM", unit); }
+    return out;
+}
+
+std::optional<Octets> toSeptets(std::u16string_view text) {
+    Octets out;
+    for (const char16_t unit : text) {
+        const std::size_t extension = EXTENSIONS.find(unit);
+        const std::optional<char> code = gsmCode(unit);
+        if (!code && extension == std::u16string_view::npos) { return std::nullopt; }
+        if (!code) { out.push_back(ESCAPE); }
+        out.push_back(static_cast<std::uint8_t>(code ? *code : EXTENSION_CODES[extension]));
+    }
+    return out;
+}
+
+Octets packSeptets(OctetView septets, unsigned fillBits) {
+    Octets out((septets.size() * 7 + fillBits + 7) / 8);
+    std::size_t bit = fillBits;
+    for (const std::uint8_t septet : septets) {
+        const unsigned shifted = static_cast<unsigned>(septet) << (bit % 8);
+        out[bit / 8] = static_cast<std::uint8_t>(out[bit / 8] | (shifted & 0xFF));
+        if (shifted > 0xFF) { out[bit / 8 + 1] = static_cast<std::uint8_t>(shifted >> 8); }
+        bit += 7;
+    }
+    return out;
+}
+
+std::optional<std::u16string> fromUtf8(std::string_view text) {
+    std::u16string out;
+    while (!text.empty()) {
+        const auto point = takeCodePoint(text);
+        if (!point) { return std::nullopt; }
+        if (*point < 0x10000) {
+            out += static_cast<char16_t>(*point);
+        } else {
+            out += static_cast<char16_t>(0xD800 + ((*point - 0x10000) >> 10));
+            out += static_cast<char16_t>(0xDC00 + (*point & 0x3FF));
+        }
+    }
+    return out;
+}
+
+Octets toUcs2Octets(std::u16string_view text) {
+    Octets out;
+    for (const char16_t unit : text) {
+        out.push_back(static_cast<std::uint8_t>(unit >> 8));
+        out.push_back(static_cast<std::uint8_t>(unit & 0xFF));
+    }
+    return out;
+}
+
+std::string toHex(OctetView octets) {
+    static constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    std::string out;
+    for (const std::uint8_t octet : octets) { out += {DIGITS[octet >> 4], DIGITS[octet & 0x0F]}; }
+    return out;
+}
+
+} // namespace smspb::simmodem

@@ -54,6 +54,7 @@ struct Place {
     std::string pdu;
 };
 
+// NOLINTNEXTLINE(bugprone-exception-escape): of the JSON object, whose moving throws nothing
 struct Event {
     EventKind kind = EventKind::OTHER;
     Json json; // "time", "kind", "from" and "text" first, "raw" last

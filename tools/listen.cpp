@@ -161,8 +161,6 @@ private:
             takeNotifications();
             takeSignals();
         }
-        // Others read from whatever is selected: no longer than a burst.
-        selected_.reset();
     }
 
     // False when the modem did not answer, and it is worth asking again.
@@ -404,6 +402,8 @@ private:
     }
 
     void awaitUntil(Time next) {
+        // Others read from whatever is selected: no longer than a burst.
+        selected_.reset();
         pollfd waits[] = {
             {     signals_.fd(), POLLIN, 0},
             {subscription_.fd(), POLLIN, 0}

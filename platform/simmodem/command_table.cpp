@@ -52,8 +52,9 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
 
 } // namespace
 
-std::array<std::span<const CommandRow>, 4> commandTables() {
-    return {basicCommands(), equipmentCommands(), messageCommands(), phonebookCommands()};
+std::array<std::span<const CommandRow>, 5> commandTables() {
+    return {basicCommands(), equipmentCommands(), messageCommands(), phonebookCommands(),
+            ussdCommands()};
 }
 
 const CommandRow *findRow(std::string_view name) {

@@ -1,6 +1,7 @@
 #include "dialogue.h"
 
 #include "command_table.h"
+#include "network.h"
 
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
@@ -53,8 +54,8 @@ std::string visible(std::string_view text) {
 }
 
 Dialogue::Dialogue(asio::io_context &io, Modem &modem, Milliseconds latency, Send send, Drop drop)
-    : modem_(modem), latency_(latency), send_(std::move(send)), drop_(std::move(drop)), timer_(io) {
-}
+    : modem_(modem), latency_(latency), send_(std::move(send)), drop_(std::move(drop)), timer_(io),
+      ussdTimer_(io) {}
 
 void Dialogue::receive(std::string_view characters) {
     inbox_ += characters;
@@ -63,6 +64,7 @@ void Dialogue::receive(std::string_view characters) {
 
 void Dialogue::reset() {
     timer_.cancel();
+    ussdTimer_.cancel();
     assembler_.reset();
     inbox_.clear();
     run_ = {};
@@ -182,6 +184,7 @@ void Dialogue::endSilently() {
     run_ = {};
     inCommand_ = false;
     flushUnsolicited();
+    awaitUssd();
 }
 
 void Dialogue::finish(Result result) {
@@ -214,6 +217,16 @@ void Dialogue::after(Milliseconds wait, std::function<void()> then) {
         busy_ = false;
         then();
         pump();
+    });
+}
+
+void Dialogue::awaitUssd() {
+    if (!modem_.ussd.coming) { return; }
+    ussdTimer_.expires_at(modem_.ussd.coming->due);
+    ussdTimer_.async_wait([this](const std::error_code &error) {
+        if (error) { return; }
+        receiveUssd(modem_);
+        flushUnsolicited();
     });
 }
 

@@ -58,6 +58,7 @@ private:
     void endSilently();
     std::string spoiled(std::string information, std::string result) const;
     void after(Milliseconds wait, std::function<void()> then);
+    void awaitUssd();
     void put(std::string text);
 
     Modem &modem_;
@@ -65,6 +66,7 @@ private:
     Send send_;
     Drop drop_;
     asio::steady_timer timer_;
+    asio::steady_timer ussdTimer_; // the answer that comes by itself
     LineAssembler assembler_;
     std::string inbox_;
     bool busy_ = false;      // a reply or prompt is on its way

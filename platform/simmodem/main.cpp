@@ -19,7 +19,7 @@ using namespace smspb::simmodem;
 struct Options {
     std::string link;
     ModemOptions modem;
-    std::vector<std::string> faults;
+    std::vector<std::string> faults, ussdAnswers;
     unsigned latencyMs = 0;
     bool verbose = false;
 };
@@ -33,6 +33,7 @@ public:
                               [this](std::string text) { terminal_->write(text); },
                               [this](std::chrono::milliseconds away) { vanish(away); }) {
         for (const std::string &fault : options.faults) { modem_.faults.add(fault); }
+        for (const std::string &answer : options.ussdAnswers) { modem_.ussd.script.add(answer); }
         signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
         appear();
     }
@@ -72,6 +73,8 @@ std::string checkNumber(const std::string &text) {
 }
 
 std::string checkFault(const std::string &text) { return Faults().add(text); }
+
+std::string checkUssd(const std::string &text) { return UssdScript().add(text); }
 
 void addOptions(CLI::App &app, Options &options) {
     static constexpr std::size_t STORAGE_MAX = 10000;
@@ -120,6 +123,13 @@ void addOptions(CLI::App &app, Options &options) {
         ->take_all()
         ->allow_extra_args(false)
         ->type_name("FAULT");
+    app.add_option("--ussd", options.ussdAnswers,
+                   "CODE=ANSWER, as often as wanted; ANSWER is text:TEXT, packed:TEXT, ucs2:TEXT, "
+                   "status:N or error:N, behind \"menu \" and \"delay=MS \" where wanted")
+        ->check(CLI::Validator(checkUssd, ""))
+        ->take_all()
+        ->allow_extra_args(false)
+        ->type_name("ANSWER");
     app.add_option("--latency", options.latencyMs, "Milliseconds before each reply")
         ->capture_default_str()
         ->check(CLI::Range(0U, LATENCY_MAX))

@@ -13,6 +13,7 @@ void Modem::restart() {
     settings = profile;
     held.clear();
     unsolicited.clear();
+    ussd.end();
 }
 
 } // namespace smspb::simmodem

@@ -5,6 +5,7 @@
 #include "faults.h"
 #include "phonebook.h"
 #include "storage.h"
+#include "ussd.h"
 
 #include <array>
 #include <deque>
@@ -48,6 +49,7 @@ struct Settings {
     unsigned registrationReports = 0; // +CREG
     IndicationSettings indications;
     BroadcastSettings broadcasts;
+    unsigned ussdPresentation = 0; // +CUSD <n>
 
     char terminator() const { return static_cast<char>(registers.at(3)); }
     char lineFeed() const { return static_cast<char>(registers.at(4)); }
@@ -96,6 +98,7 @@ struct Modem {
     std::deque<std::string> held; // unsolicited, kept back by +CNMI mode 0
     std::deque<std::string>
         unsolicited; // to go out as soon as no command runs; lines joined by "\n"
+    UssdDialogue ussd;
     Faults faults;
 
     Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }

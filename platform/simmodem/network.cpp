@@ -117,6 +117,15 @@ void receivePending(Modem &modem) {
     }
 }
 
+void receiveUssd(Modem &modem) {
+    std::optional<UssdDialogue::Coming> &coming = modem.ussd.coming;
+    if (!coming || coming->due > UssdDialogue::Clock::now()) { return; }
+    if (modem.settings.ussdPresentation != 0) {
+        modem.unsolicited.push_back(ussdLine(coming->answer, modem.settings.charset));
+    }
+    coming.reset();
+}
+
 void indicate(Modem &modem, std::string text) {
     if (modem.settings.indications.mode != MODE_HOLD) {
         modem.unsolicited.push_back(std::move(text));

@@ -1,11 +1,22 @@
 // listen, ussd.
+#include <charconv>
+
 #include "tools/command_line.h"
 
 namespace smspb::cli {
 
 namespace {
 
-const CLI::Range SECONDS(0.1, 31536000.0, "seconds, 0.1 to a year,");
+// A time in seconds.
+std::string problemOfSeconds(const std::string &text) {
+    static constexpr double LEAST = 0.1, MOST = 31536000; // a year
+    double seconds = 0;
+    const char *const end = text.data() + text.size();
+    const auto [behind, error] = std::from_chars(text.data(), end, seconds);
+    if (error == std::errc() && behind == end && seconds >= LEAST && seconds <= MOST) { return ""; }
+    return "\"" + text + "\" is not a time: give seconds, from 0.1 to 31536000";
+}
+const CLI::Validator SECONDS(problemOfSeconds, "", "seconds");
 
 void addListen(CLI::App &app, CommandLine &line) {
     const auto options = std::make_shared<ListenOptions>();

@@ -43,13 +43,6 @@ const Key *keyOf(std::string_view line) {
     return key == KEYS.end() ? nullptr : key;
 }
 
-std::string_view trimmed(std::string_view text) {
-    static constexpr std::string_view BLANKS = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(BLANKS);
-    if (first == text.npos) { return {}; }
-    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
-}
-
 // Up to the next line end, which is taken off as well.
 std::string_view takeLine(std::string_view &text) {
     const std::size_t end = text.find('\n');

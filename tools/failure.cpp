@@ -161,13 +161,6 @@ std::string wordsFor(const ModemError &error) {
     return error.isMessageService ? find(MESSAGE_ERRORS) : find(EQUIPMENT_ERRORS);
 }
 
-std::string_view trimmed(std::string_view text) {
-    static constexpr std::string_view BLANKS = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(BLANKS);
-    if (first == text.npos) { return {}; }
-    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
-}
-
 std::string_view lastLine(std::string_view reply) {
     const std::string_view text = trimmed(reply);
     return text.substr(text.find_last_of("\r\n") + 1); // npos + 1 is 0

@@ -247,6 +247,13 @@ std::vector<std::string> wrapped(std::string_view utf8, std::size_t columns) {
     return lines;
 }
 
+std::string_view trimmed(std::string_view text) {
+    static constexpr std::string_view BLANKS = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(BLANKS);
+    if (first == text.npos) { return {}; }
+    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
+}
+
 std::string counted(std::size_t count, std::string_view noun) {
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }

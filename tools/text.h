@@ -48,6 +48,9 @@ std::string printable(std::string_view utf8, LineEnds lineEnds);
 // The text in lines of at most `columns`, broken at blanks where there are any, and at "\n".
 std::vector<std::string> wrapped(std::string_view utf8, std::size_t columns);
 
+// The text without blanks and line ends around it.
+std::string_view trimmed(std::string_view text);
+
 // "1 octet", "2 octets"
 std::string counted(std::size_t count, std::string_view noun);
 

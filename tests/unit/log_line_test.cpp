@@ -6,8 +6,10 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
+#include "atlib/USBModem.h"
 #include "comm/zeldcard_common.h"
 #include "support/library_test.h"
 
@@ -114,6 +116,59 @@ TEST_F(Log, SymbolicLinkIsNotFollowed) {
     EXPECT_FALSE(std::filesystem::exists(target));
 }
 
+TEST_F(Log, SymbolicLinkToAFileLeavesTheFileAlone) {
+    const std::string target = privatePath(CURRENT_LOG) + ".mine";
+    std::ofstream(target) << "mine";
+    std::filesystem::create_symlink(target, privatePath(CURRENT_LOG));
+    logShortLine();
+    EXPECT_EQ(std::filesystem::file_size(target), 4U);
+}
+
+TEST_F(Log, FullFifoDropsTheLineAndDoesNotBlock) {
+    const std::string fifo = privatePath(CURRENT_LOG);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    const int writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const std::string page(4096, '.');
+    while (write(writer, page.data(), page.size()) > 0) {}
+    EXPECT_EQ(errno, EAGAIN);
+    logShortLine();
+    logLine("comm/source.cpp", "function", 1, "%s\n", std::string(20000, 'x').c_str());
+    close(writer);
+    close(reader);
+}
+
+TEST_F(Log, DescriptorIsNotInherited) {
+    const int log = openLogFile(CURRENT_LOG);
+    ASSERT_GE(log, 0);
+    EXPECT_EQ(fcntl(log, F_GETFD), FD_CLOEXEC);
+    close(log);
+}
+
+TEST_F(Log, NoneOfTheFilesOpensAsAnythingElse) {
+    for (const char *name : {CURRENT_LOG, AUXILIARY_LOG}) {
+        const std::string path = privatePath(name);
+        std::filesystem::create_symlink("/dev/null", path);
+        EXPECT_EQ(openLogFile(name), -1) << "a symbolic link";
+        std::filesystem::remove(path);
+        std::filesystem::create_directory(path);
+        EXPECT_EQ(openLogFile(name), -1) << "a directory";
+        std::filesystem::remove(path);
+        ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        EXPECT_EQ(openLogFile(name), -1) << "a FIFO without a reader";
+        std::filesystem::remove(path);
+    }
+}
+
+TEST_F(Log, AuxiliaryLogSaysThatItDidNotOpen) {
+    std::filesystem::create_symlink("/dev/null", privatePath(AUXILIARY_LOG));
+    EXPECT_EQ(usbmodem_log("text"), -1);
+    std::filesystem::remove(privatePath(AUXILIARY_LOG));
+    EXPECT_EQ(usbmodem_log("text"), 0);
+    EXPECT_EQ(logFile(AUXILIARY_LOG), "text");
+}
+
 TEST_F(Log, NoDescriptorStaysOpen) {
     const int before = dup(0);
     close(before);
@@ -169,6 +224,17 @@ TEST_F(Rotation, NextLineBeginsANewFile) {
     logShortLine();
     EXPECT_EQ(logFile(CURRENT_LOG), SHORT_LINE);
     EXPECT_EQ(logFile(PREVIOUS_LOG), std::string(THRESHOLD, '.') + SHORT_LINE);
+}
+
+TEST_F(Rotation, ReplacesALinkUnderTheEarlierFilesName) {
+    const std::string target = privatePath(PREVIOUS_LOG) + ".mine";
+    std::ofstream(target) << "mine";
+    std::filesystem::create_symlink(target, privatePath(PREVIOUS_LOG));
+    writeLogFile(CURRENT_LOG, std::string(THRESHOLD, '.'));
+    logShortLine();
+    EXPECT_EQ(std::filesystem::file_size(target), 4U);
+    EXPECT_FALSE(std::filesystem::is_symlink(privatePath(PREVIOUS_LOG)));
+    EXPECT_EQ(logFile(PREVIOUS_LOG).size(), THRESHOLD + SHORT_LINE.size());
 }
 
 TEST_F(Rotation, ReplacesTheEarlierFile) {

@@ -236,8 +236,7 @@ void finish(Card card, ContactFile &file) {
 void finishOpen(std::optional<Card> &card, ContactFile &file) {
     if (!card) { return; }
     card->refuse(card->line, "the card that begins here has no END:VCARD");
-    finish(*std::move(card), file);
-    card.reset();
+    finish(*std::exchange(card, std::nullopt), file);
 }
 
 void appendFolded(std::string &text, std::string_view line) {

@@ -62,9 +62,9 @@ TEST(ContactNumbers, WhatIsNoneIsRefusedWithTheCharacterThatIsWrong) {
         {  "12\xFF",        "it is not UTF-8"},
         {  "１２", "character 1 is \"１\""},
     };
-    for (const auto &[written, reason] : cases) {
-        const std::string refusal = refusalOf([&] { toContactNumber(written); });
-        EXPECT_TRUE(contains(refusal, reason)) << written << ": " << refusal;
+    for (const auto &one : cases) {
+        const std::string refusal = refusalOf([&one] { toContactNumber(one.written); });
+        EXPECT_TRUE(contains(refusal, one.reason)) << one.written << ": " << refusal;
     }
 }
 

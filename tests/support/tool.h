@@ -91,7 +91,7 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 class Process {
 public:
     Process(const Arguments &command, const Environment &environment) {
-        int input[2], output[2], errors[2];
+        int input[2] = {}, output[2] = {}, errors[2] = {};
         for (int *ends : {input, output, errors}) {
             if (pipe2(ends, O_CLOEXEC) != 0) { std::abort(); }
         }

@@ -1,11 +1,11 @@
 // contacts export, import.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-
-#include <unistd.h>
 
 #include <fmt/format.h>
 

@@ -91,7 +91,11 @@ void readAs(UssdAnswer &answer, std::u16string_view text, std::string_view codin
 }
 
 void readAsItStands(UssdAnswer &answer) {
-    answer.text = *answer.string;
+    // Its line ends are the modem's.
+    for (const char c : *answer.string) {
+        if (c == '\n' && answer.text.ends_with('\r')) { answer.text.pop_back(); }
+        answer.text += c;
+    }
     answer.coding = "text";
 }
 

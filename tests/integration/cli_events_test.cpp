@@ -441,7 +441,7 @@ TEST(UssdText, AnswersAreReadByTheirCodingFirstAndThenByWhatTheyCanBe) {
         {                          "+CUSD: 0,\"Balance\",0",                          "Balance",             "text"},
         {                            "+CUSD: 0,\"Balance\"",                          "Balance",             "text"},
         {                        "+CUSD:0,\"Balance\", 15 ",                          "Balance",             "text"},
-        {"+CUSD: 1,\"1: \"data\", 2: calls\r\n3: back\",15", "1: \"data\", 2: calls\r\n3: back",
+        {"+CUSD: 1,\"1: \"data\", 2: calls\r\n3: back\",15", "1: \"data\", 2: calls\n3: back",
          "text"                                                                                                    },
         {                                "+CUSD: 0,\"\",15",                                 "",             "text"},
  // Digits alone.

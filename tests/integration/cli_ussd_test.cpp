@@ -354,4 +354,53 @@ TEST_F(Ussd, TheReplyIsAskedForOnATerminal) {
     EXPECT_EQ(terminal_->commands(), (Arguments{request("*103#"), request("2"), request("1")}));
 }
 
+// The codes that every simulated modem knows.
+class SimulatedUssd : public ToolWithModem {};
+
+TEST_F(SimulatedUssd, EveryFormOfAnAnswerIsRead) {
+    const struct {
+        const char *code;
+        std::string text, coding;
+    } cases[] = {
+        {"*100#",    "Your balance is 12.34 EUR.",      "text"},
+        {"*101#", "Ваш баланс 12,34 €",     "UCS-2"},
+        {"*102#",    "Your balance is 12.34 EUR.", "GSM 7-bit"},
+        {"*104#",        "Thank you for waiting.",      "text"},
+    };
+    for (const auto &row : cases) {
+        const Json document = json({"ussd", row.code});
+        ASSERT_EQ(document["answers"].size(), 1U);
+        EXPECT_EQ(document["answers"][0]["text"], row.text);
+        EXPECT_EQ(document["answers"][0]["coding"], row.coding);
+    }
+}
+
+TEST_F(SimulatedUssd, AMenuOfTwoStepsIsAnsweredWhileAListenerHearsIt) {
+    Process listener(command({"listen", "--json", "--timeout", "20"}), environment());
+    ASSERT_TRUE(becomes([this] {
+        for (const auto &entry : fs::directory_iterator(directory_ / "run")) {
+            if (entry.path().filename().string().starts_with("notify-")) { return true; }
+        }
+        return false;
+    }));
+    const Result result = run({"ussd", "*103#", "--reply", "2", "--reply", "10"});
+    EXPECT_EQ(result.code, OK) << result;
+    EXPECT_EQ(result.out, "1 Balance\n2 Top up\nAmount?\nTopped up.\n");
+    for (const char *text : {"1 Balance\n2 Top up", "Amount?", "Topped up."}) {
+        EXPECT_EQ(Json::parse(listener.readLine(), nullptr, false)["text"], text);
+    }
+}
+
+TEST_F(SimulatedUssd, RefusalsAndSilentEndsAreFailures) {
+    expectFailure({"ussd", "*105#"}, REFUSED, "the modem refused to send *105#");
+    expectFailure({"ussd", "*106#"}, REFUSED, "ended by the network without an answer");
+    expectFailure({"ussd", "*999#"}, REFUSED, "not supported by the network");
+}
+
+TEST_F(SimulatedUssd, TheCharacterSetOfThePhonebookStays) {
+    ASSERT_EQ(run({"at", "AT+CSCS=\"UCS2\""}).code, OK);
+    EXPECT_EQ(run({"ussd", "*100#"}).out, "Your balance is 12.34 EUR.\n");
+    EXPECT_TRUE(contains(run({"at", "AT+CSCS?"}).out, "UCS2"));
+}
+
 } // namespace

@@ -1,5 +1,4 @@
-// The phonebook: entries as records, as AT text and as contacts (TS 27.007, 8.11 to 8.14). No
-// state.
+// The phonebook: entries as records, as AT text and as contacts (TS 27.007, 8.11 to 8.14).
 #include "CPbSIM.h"
 
 #include <stdio.h>
@@ -18,7 +17,7 @@ static const u32 COMMAND_WAIT = 3000; // milliseconds
 static const u32 STORAGE_QUERY_WAIT = 5000;
 static const u32 BATCH_WAIT = 50000;
 
-static const i32 INDEX_LIMIT = 501;  // and no more
+static const i32 INDEX_LIMIT = 501;  // the first that is refused
 static const i32 NUMBER_LENGTH = 20; // what the decoder copies whole
 static const i32 BATCH_ENTRIES_MAX = 40;
 static const u32 BATCH_TEXT_LIMIT = 501; // characters that end a batch
@@ -238,6 +237,7 @@ u32 SM_DecodeItem(const char *line, sm_item_t *item) {
     LOG_LINE("contact name len:%d hex len:%d\n\n", static_cast<int>(strlen(digits)), octetCount);
     free(digits);
     i32 length = 0;
+    // KEPT: the name is looked at though it is never refused here; the interface promises it.
     return DecodeName(name, octetCount, item->name, &length) < 0 ? PB_INVALID : PB_OK;
 }
 
@@ -312,6 +312,7 @@ static void startBatch(Batch *batch) {
     batch->entries = 0;
 }
 
+// KEPT: a ";" behind the last deletion too; modems rely on it.
 static void addToBatch(Batch *batch, i32 index) {
     const int length = snprintf(batch->text + batch->length, sizeof(batch->text) - batch->length,
                                 "+CPBW=%d;", index);

@@ -2,9 +2,9 @@
  * The phonebook of the SIM or the modem (3GPP TS 27.007, 8.11 to 8.14).
  *
  * Every operation runs AT commands through the modem manager and blocks its caller's thread
- * meanwhile; nothing is retried. Each returns a status of the PB_ family unless said otherwise.
- * Names are UCS-2, high octet first; the modem's character set is taken to be "UCS2"
- * (SM_SetCodeDec).
+ * meanwhile; nothing is retried, and no state is kept unless said otherwise. Each returns a status
+ * of the PB_ family unless said otherwise. Names are UCS-2, high octet first; the modem's character
+ * set is taken to be "UCS2" (SM_SetCodeDec).
  */
 #ifndef SMSPB_ATLIB_CPBSIM_H
 #define SMSPB_ATLIB_CPBSIM_H
@@ -66,15 +66,16 @@ u32 SM_SetStorage(u32 storage);
 u32 SM_GetStorageInfo(sm_storage_info_t *info, u32 storage);
 u32 SM_GetRecordInfo(sm_record_info_t *info, u32 storage);
 
-/* Sets the terminal character set by its name. */
+/* Sets the terminal character set by its name. 27, nothing sent, for a name over 116 characters. */
 u32 SM_SetCodeDec(const char *charset);
 
 /* Decodes the text behind "+CPBR: ": index,"number",type,"name". The columns up to the number are
- * counted from the index's value. A number of 21 characters or more fills its field without a zero.
- */
+ * counted from the index's value. A number of 21 characters or more fills its field with what
+ * follows it in the line, without a zero. */
 u32 SM_DecodeItem(const char *line, sm_item_t *item);
 
-/* Copies `count` octets of a name. Returns 0; -1 for null or no octets. */
+/* Copies `count` octets of a name into `name`, which has room for them, and stores the count.
+ * Returns 0; -1 for null or no octets. */
 i32 DecodeName(const u8 *bytes, i32 count, u8 *name, i32 *length);
 
 /* Writes two upper-case digits and a zero. Returns `out`. */
@@ -93,8 +94,9 @@ i32 HexStrToDec(const char *hex, u8 *out, i32 swap);
 /* Writes an entry at `index`, which is stored through `index_out`. */
 u32 SM_WriteItem(i32 index, const sm_item_t *item, i32 *index_out);
 
-/* Reads the entry at `index`, 1 to 500. Clears the item first. Prints three lines on standard
- * output that callers rely on. */
+/* Reads the entry at `index`, at most 500; 0 is refused, a negative one is sent. Clears the item
+ * first. Prints two lines on standard output for each entry line of the reply, a third for one that
+ * decodes: callers rely on them. */
 u32 SM_ReadItem(i32 index, sm_item_t *item);
 
 /* Deletes one entry, or many with at most 40 a command; an index of 0 stops. */
@@ -108,12 +110,13 @@ u32 editPBSim(i32 index, const sm_item_t *item);
 u32 readPBSim(i32 index, sm_item_t *item);
 u32 deletePBSim(i32 index);
 
-/* Write a contact at its own index: at most 50 units of its name, 49 characters of its number. */
+/* Write a contact at its own index: at most 50 units of its name, 49 characters of its number.
+ * Not re-entrant: see UTF2Uni. */
 u32 add_new_contact(const pb_info_t *contact);
 u32 edit_sim_contact(const pb_info_t *contact);
 
-/* Reads an entry into a contact, cleared first. Returns the status; -1 for a name that is longer
- * than its field in UTF-8. */
+/* Reads an entry into a contact, cleared first; its index is stored also on failure. Returns the
+ * status; -1 for a name that is longer than its field in UTF-8. */
 i32 read_contact(pb_info_t *contact, i32 index);
 
 SMSPB_END_EXPORTS

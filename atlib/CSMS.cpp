@@ -709,13 +709,13 @@ u32 decodeCUSD(const char *line, u8 **data, u32 *length, u32 *dcs, u32 *isText) 
             return SMS_BAD_PDU;
         }
     }
+    if (readable) { *isText = 1; } // KEPT: never cleared, callers preset it.
     const void *bytes = readable ? static_cast<const void *>(answer) : octets;
     u8 *block = copyOctets(bytes, octetCount);
     if (block == nullptr) { return SMS_NO_MEMORY; }
     *data = block;
     *length = octetCount;
     *dcs = static_cast<u32>(scheme);
-    if (readable) { *isText = 1; }
     LOG_LINE("ussd pdu type:%d pdu size:%d\n\n", scheme, static_cast<int>(octetCount));
     return SMS_OK;
 }

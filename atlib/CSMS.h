@@ -4,8 +4,9 @@
  *
  * Every operation runs one or more AT commands through the modem manager and blocks its caller's
  * thread meanwhile; no command is retried but InitSMS's. Unless said otherwise it returns a status
- * of the SMS_ family. The service-centre address is cached for the process without a lock, so one
- * thread at a time. Numbers and texts are UCS-2 in host order.
+ * of the SMS_ family. Functions marked "not re-entrant" use the process-wide service-centre
+ * cache or the reference counter without a lock; all others may run in several threads. Pointers
+ * are not null unless said otherwise. Numbers and texts are UCS-2 in host order.
  */
 #ifndef SMSPB_ATLIB_CSMS_H
 #define SMSPB_ATLIB_CSMS_H
@@ -90,13 +91,13 @@ u32 SM_GetStorageInfo_Sms(u16 counts[2], u32 storage);
 /* Reads the service-centre address into 21 units. Any failure of the command gives 20. */
 u32 readCSCA(u16 *out);
 
-/* Reads it once and caches it. Later calls return 0 and an empty string. */
+/* Reads it once and caches it. Later calls return 0 and an empty string. Not re-entrant. */
 u32 GetCSCA(u16 *out);
 
 /* Sets the service-centre address; 22 units or more are cut to 21. */
 u32 setCenterNumber(const u16 *number);
 
-/* The same, and puts the first two units into the cache. */
+/* The same, and puts the first two units into the cache. Not re-entrant. */
 u32 SetCSCA(const u16 *number);
 
 /* Terminal character set (TS 27.007, 5.5), CHARSET_... */
@@ -104,11 +105,12 @@ u32 getEcodingFormat(u32 *code);
 u32 setEcodingFormat(u32 code);
 
 /* Sends a text, one request a segment. `number` holds 21 units. Stores the segments sent; 0 unless
- * all were. Empties the cached service-centre address. */
+ * all were. Empties the cached service-centre address. Not re-entrant. */
 u32 SendSMS(const u16 *number, const u16 *text, u8 statusReport, u8 *sentCount);
 
 /* Stores a text. `saveParam` goes to the modem manager as it is. Each entry of `indexes` that the
- * caller preset to 0xFFFFFFFF receives its segment's storage index. `when` is year to second. */
+ * caller preset to 0xFFFFFFFF receives its segment's storage index. `when` is year to second. Not
+ * re-entrant. */
 u32 SaveSMS(const u16 *number, const u16 *text, u32 saveParam, u32 *indexes, const u16 when[6]);
 
 /* Send or store one segment's PDU text, of at most 799 characters. `length` is not looked at. */
@@ -141,7 +143,8 @@ u32 deleteSMSByID(u32 id);
 /* Decodes a message or status report that came without storage ("+CMT: ", "+CDS: ", with the PDU on
  * the line behind; TS 27.005, 3.4.1). `*record` receives a heap block that the caller frees with
  * free(), as it does its text, also when the decoding failed. `*kind` is 1 or 3. Returns 20,
- * nothing allocated, for another line; 21 for one cut short. */
+ * nothing allocated, for another line; 21 for one cut short; 23 without memory, `*kind` stored and
+ * `*record` left alone. */
 u32 PopupSms(SmsRecord **record, const char *line, u32 *kind);
 
 /* The same into an existing record; 22 for another line. */
@@ -152,7 +155,9 @@ i32 getCBMindex(const char *line);
 
 /* Takes the octets of a cell-broadcast page, undecoded (TS 27.005, 3.4.1). `*octets` receives a
  * heap block with a zero behind them, which the caller frees with free(); `*length` the length that
- * the line announces. */
+ * the line announces: the block holds half the digits, at most 199 octets, which may be fewer, so
+ * do not read by it. It is stored also when a later step fails. 22 for a field that is missing, 23
+ * without memory, 24 for what is not hexadecimal. */
 u32 decodeCBM(const char *line, u8 **octets, u32 *length);
 
 /* Appends a copy of `length` octets to the list. Returns the node; null, the list unchanged, when
@@ -178,7 +183,8 @@ i32 str_all_capital(const char *text);
 
 /* Takes the answer of a "+CUSD:" line: the modem's text when the data coding scheme is 15 and it is
  * not hexadecimal (`*isText` becomes 1, else it is left alone), otherwise the octets. `*data`
- * receives a heap block with a zero behind it, which the caller frees with free(). */
+ * receives a heap block with a zero behind it, which the caller frees with free(). 22 for a field
+ * that is missing, 23 without memory, 24 for what is not hexadecimal. */
 u32 decodeCUSD(const char *line, u8 **data, u32 *length, u32 *dcs, u32 *isText);
 
 SMSPB_END_EXPORTS

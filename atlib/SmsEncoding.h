@@ -253,8 +253,9 @@ u8 gw_ts_encode_timestamp(const SmsTimestamp *timestamp, u8 *out);
  * others by 0. Returns 7; 0 for a null pointer. */
 u8 wms_ts_decode_timestamp(const u8 *in, SmsTimestamp *timestamp);
 
-/* The relative TP-VP (TS 23.040, 9.2.3.12.1) of a duration; 0 for null. Rounds up, to 5 minutes,
- * half hours, days or weeks; wraps above 255. */
+/* The relative TP-VP (TS 23.040, 9.2.3.12.1) of a duration; 0 for null. Up to 12 hours
+ * it rounds up to 5 minutes, below a day down to half hours, then up to weeks; 721 to 748 minutes
+ * wrap to 22 and 23, and weeks above 255. */
 u8 wms_ts_encode_relative_time(const SmsTimestamp *duration);
 
 /* The duration of a relative TP-VP. Not the exact inverse of the encoder. */
@@ -276,18 +277,18 @@ u8 wms_ts_encode_dcs(const SmsDcs *dcs, u8 *out);
 
 /* Packs `count` septets (TS 23.038, 6.1.2.1), one per octet of `chars`, not masked. `shift` fill
  * bits modulo 7 precede them: the first octet is then ORed, so it must hold what stands before it.
- * Writes at most `out_limit` octets and returns them, one at least behind fill bits; 0 for null. */
+ * Writes at most `out_limit` octets and returns them; 0 for null. */
 u16 wms_ts_pack_gw_7_bit_chars(const u8 *chars, u16 count, u16 shift, u16 out_limit, u8 *out);
 
 /* Unpacks at most `char_limit` septets from at most `in_bound` octets. `shift` is 8 less the fill
  * bits before the first septet, 0 without any; above 7 nothing is unpacked. A septet 0 is stored as
- * 0x40. Returns the octets consumed; 0 for null, logged. */
+ * 0x40, unless it is the upper seven bits of its octet. Returns the octets consumed; 0 for null,
+ * logged. */
 u8 wms_ts_unpack_gw_7_bit_chars(const u8 *in, u8 in_bound, u8 char_limit, u16 shift, u8 *out);
 
 /* Encodes a user-data header (TS 23.040, 9.2.3.24): its length octet, then the concatenation
- * elements of the first 7; others and impossible ones are skipped. Writes at most 43 octets.
- * Returns
- * the length octet; 0, nothing written, for a count of 0. */
+ * elements of the first 7; others and impossible ones are skipped. Writes at most 43 octets
+ * and returns the length octet; 0, nothing written, for a count of 0. */
 u8 wms_ts_encode_user_data_header(u8 count, const SmsUdhIe *elements, u8 *out);
 
 /* Decodes a user-data header from its length octet on; the argument need only be nonzero. Reads

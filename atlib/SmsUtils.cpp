@@ -11,7 +11,7 @@
 
 static const char LOG_SOURCE[] = "atlib/SmsUtils.cpp";
 
-// TS 23.038, 6.2.1: the default alphabet, unit by septet. KEPT entries are held by tests.
+// TS 23.038, 6.2.1: the default alphabet, unit by septet.
 enum { GSM_SEPTETS = 128 };
 static const u8 GSM_ESCAPE = 0x1B;
 // clang-format off
@@ -296,17 +296,34 @@ u16 *UTF2Uni(const u8 *src, u32 n) {
 
 // Numbers in text.
 
-static const u32 NUMBER_TEXT_LIMIT = 9; // characters, and no more
+static const u32 NUMBER_TEXT_LIMIT = 9; // characters with their zero
 
-static const u32 NO_DIGIT = 1u << 16; // above every value of two digits
+static const u8 NO_DIGIT = 0xFF;
+
+struct DigitTable {
+    u8 values[256];
+};
 
 // KEPT: letters count beyond the base, to Z and further; callers rely on it.
-static u32 digitValue(char c) {
-    const u32 code = static_cast<u8>(c);
-    if (code - '0' <= 9) { return code - '0'; }
-    if (code >= 'a' && code <= 'z') { return code - 'a' + 10; }
-    return code >= 'A' ? code - 'A' + 10 : NO_DIGIT;
+static constexpr DigitTable valueDigits() {
+    DigitTable table = {};
+    for (u32 code = 0; code < 256; code++) {
+        u32 value = NO_DIGIT;
+        if (code >= '0' && code <= '9') {
+            value = code - '0';
+        } else if (code >= 'a' && code <= 'z') {
+            value = code - 'a' + 10;
+        } else if (code >= 'A') {
+            value = code - 'A' + 10;
+        }
+        table.values[code] = static_cast<u8>(value);
+    }
+    return table;
 }
+
+static constexpr DigitTable DIGITS = valueDigits();
+
+static u32 digitValue(char c) { return DIGITS.values[static_cast<u8>(c)]; }
 
 u8 sms_utils_atoi(const char *text, u32 *value, u8 hexadecimal) {
     const u32 base = hexadecimal != 0 ? 16 : 10;
@@ -551,6 +568,7 @@ u8 wms_JulianType_to_Timestamp(const SmsCalendarTime *time, SmsTimestamp *timest
 static const char HEX_DIGITS[] = "0123456789ABCDEF";
 
 static char *putHexOctets(char *out, const u8 *octets, u32 count) {
+    UNROLLED(4)
     for (const u8 *end = octets + count; octets != end; octets++, out += 2) {
         const u32 octet = *octets;
         out[0] = HEX_DIGITS[octet >> 4];
@@ -594,30 +612,24 @@ u32 wms_encode_at_cmd_pdu(const SmsAtMessage *message, char *out, u32 *tpdu_leng
     return TS_OK;
 }
 
-// The value of up to two characters, fewer at the end of the text; NO_DIGIT or more when one of
-// them is not hexadecimal.
-static inline u32 takeHexPair(const char **hex) {
-    const char *c = *hex;
-    if (c[0] == '\0') { return 0; }
-    if (c[1] == '\0') {
-        *hex = c + 1;
-        return digitValue(c[0]);
-    }
-    *hex = c + 2;
-    return digitValue(c[0]) * 16 + digitValue(c[1]);
-}
-
 u32 dsatetsismsi_encode_pdu(const char *hex, u8 *out, u32 count) {
     u32 malformed = 0;
-    u8 octet = 0;
-    for (u32 i = 0; i < count; i++) {
-        const u32 value = takeHexPair(&hex);
-        if (value < NO_DIGIT) {
-            octet = low8(value);
+    u32 octet = 0;
+    for (u8 *const end = out + count; out != end; out++) {
+        if (hex[0] == '\0') {
+            octet = 0; // behind the text's end
         } else {
-            malformed = 1;
+            const u32 first = digitValue(hex[0]);
+            const bool pair = hex[1] != '\0'; // else the text ends within it
+            const u32 second = pair ? digitValue(hex[1]) : 0u;
+            hex += pair ? 2 : 1;
+            if (first != NO_DIGIT && second != NO_DIGIT) {
+                octet = pair ? first * 16 + second : first;
+            } else {
+                malformed = 1;
+            }
         }
-        out[i] = octet; // KEPT: a bad pair stores the one before it again; callers rely on it.
+        *out = low8(octet); // KEPT: a bad pair stores the one before it again; callers rely on it.
     }
     return malformed;
 }
@@ -631,7 +643,6 @@ u32 dsatetsismsi_get_tpdu_type(u8 first_octet) {
 
 static const u32 SEGMENTS_MAX = 255; // TS 23.040, 9.2.3.24.1: the total is one octet
 static const u32 MESSAGE_REFERENCE_OF_MODEM = UINT32_MAX;
-enum { SEGMENT_UNITS_ROOM = 161 };
 
 // Characters of one message, and of a segment behind its six-octet header.
 struct SegmentSize {
@@ -688,6 +699,7 @@ static void setHeader(u8 total, u8 number, SmsSubmit *submit) {
 static void setBody(const u16 *text, u32 length, SmsSubmit *submit) {
     SmsUserData *body = &submit->user_data;
     if (submit->dcs.alphabet == ALPHABET_GSM_7BIT) {
+        UNROLLED(4)
         for (u32 i = 0; i < length; i++) { body->sm_data[i] = septetOf(text[i]); } // each has one
         body->sm_len = low16(length);
         return;
@@ -724,7 +736,7 @@ i32 sms_encode_pdu(const SmsMessage *request, SmsSegment **segments, u8 *count) 
         setBody(text + i * step, rest < step ? rest : step, &record.tpdu.u.submit);
         wms_encode_at_cmd_pdu(&record, array[i].pdu, &array[i].tpdu_length);
     }
-    nextReference++;
+    nextReference++; // KEPT: a message of one segment takes a reference too; callers rely on it.
     *segments = array;
     return 0;
 }

@@ -253,7 +253,7 @@ int checkReportKey(const char *line) {
 }
 
 // "+CLIP: <number>,...": the place of its colon.
-static const char *callersNumber(const char *text, u32 length) {
+static const char *callersColon(const char *text, u32 length) {
     const void *key = memmem(text, length, "+CLIP: ", strlen("+CLIP: "));
     return key != nullptr ? static_cast<const char *>(key) + strlen("+CLIP") : nullptr;
 }
@@ -278,7 +278,7 @@ static int disconnectCause(const char *text, u32 length) {
 void FindReportNode(u32 key, const char *text, u32 length) {
     if (text == nullptr) { return; }
     const u32 held = static_cast<u32>(strnlen(text, length));
-    if (key == REPORT_CLIP) { (void)callersNumber(text, held); }
+    if (key == REPORT_CLIP) { (void)callersColon(text, held); }
     if (key == REPORT_DISC) { (void)disconnectCause(text, held); }
 }
 

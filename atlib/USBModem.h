@@ -16,21 +16,20 @@
 
 SMSPB_BEGIN_EXPORTS
 
-/* Appends a formatted text to /tmp/usbmodem_log, without prefix or line end. Returns fclose()'s
- * result, -1 when the file cannot be opened. */
+/* Appends a formatted text to /tmp/usbmodem_log, without prefix or line end. Returns the
+ * close's result, -1 when the file cannot be opened. */
 #ifdef __GNUC__
 __attribute__((format(printf, 1, 2)))
 #endif
 int usbmodem_log(const char *format, ...);
 
-/* Runs an AT command ("\r" included) with `count` final-result markers behind it, each a const char
- * * of at most 15 characters, at most five of them. The manager waits `wait_ms` for one of them;
- * the IPC wait is 20,000 ms whatever it is. Returns the reply, null when none came. */
+/* Runs an AT command ("\r" included). `count` final-result markers follow, texts of at most 15
+ * characters, of which five count. The manager waits `wait_ms` for one of them; the IPC wait is
+ * 20,000 ms whatever it is. Returns the reply, null when none came. */
 char *writeComm(const char *cmd, u32 wait_ms, u32 count, ...);
 
 /* As writeComm, with the markers as an argument list. `cmd_len` is not looked at. Stores the reply
- * and returns its length; returns 0 and leaves `*reply_out` when the call failed. When memory is
- * out
+ * and returns its length; returns 0 and leaves `*reply_out` when the call failed. Without memory
  * `*reply_out` is null and the length is returned all the same. */
 u32 ExecAT(const char *cmd, u32 cmd_len, char **reply_out, u32 wait_ms, int count, va_list markers);
 
@@ -52,8 +51,8 @@ extern const i32 g_nReportNodeNum[14];
 /* The number of the first key that the line begins with; -1 for none, and for null. */
 int checkReportKey(const char *line);
 
-/* Joins the chunks of a report and hands the text to FindReportNode. Gives up when memory is out.
- */
+/* Joins the chunks of a report and hands the text to FindReportNode. Gives up without
+ * memory. */
 void DoReportData(u32 key, const RxDataNode *first);
 
 /* Looks at a report's text within `length` and keeps nothing: without any effect. */

@@ -12,9 +12,9 @@ struct AtCursor {
     const char *at;
 };
 
-// Behind the next `key`.
+// Behind the next `key`; never in a null text.
 static inline bool skipPast(AtCursor *c, const char *key) {
-    const char *found = strstr(c->at, key);
+    const char *found = c->at != nullptr ? strstr(c->at, key) : nullptr;
     if (found == nullptr) { return false; }
     c->at = found + strlen(key);
     return true;

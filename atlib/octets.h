@@ -9,6 +9,14 @@
 
 #include "../comm/smspb_types.h"
 
+// Before a loop whose steps are few: several at a time, where speed counts for more than size.
+#ifdef __OPTIMIZE_SIZE__
+#define UNROLLED(steps)
+#else
+#define UNROLLED_PRAGMA(text) _Pragma(#text)
+#define UNROLLED(steps) UNROLLED_PRAGMA(GCC unroll steps)
+#endif
+
 struct OctetReader {
     const u8 *octets;
     u32 size, pos;

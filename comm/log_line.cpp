@@ -13,7 +13,7 @@ static const char CURRENT_LOG[] = "/tmp/smspblog.1";
 static const char PREVIOUS_LOG[] = "/tmp/smspblog.2";
 static const off_t ROTATION_SIZE = 262144; // octets; one more and the file is rotated
 static const mode_t LOG_MODE = 0666;       // less the process's umask, as fopen() creates files
-enum { LINE_ROOM = 1536 };                 // the longest line that callers bound is 1,1xx octets
+enum { LINE_ROOM = 1536 }; // the longest reply, 1,024 octets, and what stands around it
 
 int openLogFile(const char *path) {
     return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,

@@ -468,6 +468,17 @@ TEST_F(Page, LineWithOneDelimiterMissingGives22) {
     }
 }
 
+TEST_F(Page, NullIsNoLineForAnyReport) {
+    u8 *octets = nullptr;
+    u32 length = 0, kind = 0;
+    SmsRecord *message = nullptr;
+    SmsRecord record = {};
+    EXPECT_EQ(decodeCBM(nullptr, &octets, &length), 22U);
+    EXPECT_EQ(decodePopupSms(nullptr, &record), 22U);
+    EXPECT_EQ(PopupSms(&message, nullptr, &kind), 20U);
+    EXPECT_EQ(message, nullptr);
+}
+
 TEST_F(Page, IsCutTo399Characters) {
     for (const std::size_t length : {398, 399, 400, 401, 1000, 70000}) {
         clearLog();

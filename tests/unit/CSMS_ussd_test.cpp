@@ -315,7 +315,16 @@ TEST_F(UssdAnswer, WithoutMemoryGives23AndNoBlock) {
         EXPECT_EQ(answer.data, nullptr);
         EXPECT_EQ(answer.length, UNTOUCHED);
         EXPECT_EQ(answer.scheme, UNTOUCHED);
+        EXPECT_EQ(answer.readable, std::string(text).find("Menu") != std::string::npos ? 1U : 0U)
+            << "told before the block is asked for";
     }
+}
+
+TEST_F(UssdAnswer, NullIsNoAnswer) {
+    u8 *data = nullptr;
+    u32 length = 0, scheme = 0, isText = 0;
+    EXPECT_EQ(decodeCUSD(nullptr, &data, &length, &scheme, &isText), 22U);
+    EXPECT_EQ(data, nullptr);
 }
 
 // The same line, read slowly and obviously.

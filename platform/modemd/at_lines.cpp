@@ -229,7 +229,7 @@ std::string ReportAssembler::abandon() {
     report.swap(report_);
     // A text's own line ends stay; the last one is ours, though the modem gave half of it.
     if (report.ends_with('\n') && !report.ends_with("\r\n")) {
-        report.insert(report.size() - 1, "\r");
+        report.insert(report.size() - 1, 1, '\r');
     }
     return report;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "platform/ipc/descriptor.h"
 #include "platform/ipc/failure.h"
@@ -54,16 +55,57 @@ void checkDirectory(const fs::path &directory, const struct stat &status) {
     }
 }
 
-// The counter lives in a file that every process maps: one atomic step, whoever takes it.
-u32 takeNumber(int file) {
-    void *page = mmap(nullptr, sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (page == MAP_FAILED) { fail(errno, "cannot map the session counter"); }
-    std::atomic_ref<u32> counter(*static_cast<u32 *>(page));
-    u32 number = 0;
-    while (number == 0) { number = ++counter; }
-    munmap(page, sizeof(u32));
-    return number;
-}
+// The counter lives in a file that every process maps: one atomic step, whoever takes it. The
+// mapping is kept for the next number; a lock would not survive a fork, so each thread has its own.
+class SharedCounter {
+public:
+    SharedCounter() = default;
+    SharedCounter(const SharedCounter &) = delete;
+    SharedCounter &operator=(const SharedCounter &) = delete;
+    ~SharedCounter() { close(); }
+
+    u32 next(const fs::path &path) {
+        if (!isMapped(path)) { map(path); }
+        std::atomic_ref<u32> counter(*page_);
+        u32 number = 0;
+        while (number == 0) { number = ++counter; }
+        return number;
+    }
+
+private:
+    // False also when the file was replaced or cut since.
+    bool isMapped(const fs::path &path) const {
+        struct stat status {};
+        return page_ != nullptr && lstat(path.c_str(), &status) == 0 && status.st_dev == device_ &&
+               status.st_ino == inode_ && status.st_size >= static_cast<off_t>(sizeof(u32));
+    }
+
+    void map(const fs::path &path) {
+        close();
+        const Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        struct stat status {};
+        if (!file.isOpen() || fstat(file.get(), &status) != 0) { fail(errno, path.string()); }
+        if (status.st_size < static_cast<off_t>(sizeof(u32))) {
+            // Allocated, not only extended: a full file system must fail here, not in the mapping.
+            if (const int error = posix_fallocate(file.get(), 0, sizeof(u32)); error != 0) {
+                fail(error, path.string());
+            }
+        }
+        void *page = mmap(nullptr, sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+        if (page == MAP_FAILED) { fail(errno, "cannot map the session counter"); }
+        page_ = static_cast<u32 *>(page);
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+    }
+
+    void close() {
+        if (page_ != nullptr) { munmap(std::exchange(page_, nullptr), sizeof(u32)); }
+    }
+
+    u32 *page_ = nullptr;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+};
 
 } // namespace
 
@@ -91,17 +133,8 @@ std::string subscriberPrefix(u32 messageId) {
 }
 
 u32 nextSharedNumber() {
-    const fs::path path = runtimeDirectory() / "sessions";
-    const Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    struct stat status {};
-    if (!file.isOpen() || fstat(file.get(), &status) != 0) { fail(errno, path.string()); }
-    if (status.st_size < static_cast<off_t>(sizeof(u32))) {
-        // Allocated, not only extended: a full file system must fail here, not in the mapping.
-        if (const int error = posix_fallocate(file.get(), 0, sizeof(u32)); error != 0) {
-            fail(error, path.string());
-        }
-    }
-    return takeNumber(file.get());
+    thread_local SharedCounter counter;
+    return counter.next(runtimeDirectory() / "sessions");
 }
 
 } // namespace smspb::ipc

@@ -162,9 +162,18 @@ std::optional<Block> Mailbox::take() {
         if (auto sender = oldestReady()) {
             if (void *block = readMessage(std::move(*sender))) { return Block(block); }
         } else if (!acceptNext()) {
+            watchSilent();
             return std::nullopt;
         }
     }
+}
+
+// Who has said nothing yet wakes the poller later; most have spoken when they are accepted.
+void Mailbox::watchSilent() {
+    std::erase_if(silent_, [this](Sender &sender) {
+        if (!sender.isWatched) { sender.isWatched = watch(poller_.get(), sender.connection.get()); }
+        return !sender.isWatched;
+    });
 }
 
 // A process that sent twice connected twice, in that order, and sent the first before it connected
@@ -178,7 +187,7 @@ std::optional<Mailbox::Sender> Mailbox::oldestReady() {
     if (oldest == silent_.size()) { return std::nullopt; }
     Sender sender = std::move(silent_[oldest]);
     silent_.erase(silent_.begin() + static_cast<std::ptrdiff_t>(oldest));
-    stopWatching(poller_.get(), sender.connection.get());
+    if (sender.isWatched) { stopWatching(poller_.get(), sender.connection.get()); }
     return sender;
 }
 
@@ -188,7 +197,7 @@ bool Mailbox::acceptNext() {
     const int fd = sender.connection.get();
     if (fd < 0) { return errno == EINTR || errno == ECONNABORTED; }
     const bool staysSilent = sender.usesSpare && !waitReadable(fd, deadlineAfter(SPARE_WAIT));
-    if (!isTrustedPeer(fd) || staysSilent || !watch(poller_.get(), fd)) { return true; }
+    if (!isTrustedPeer(fd) || staysSilent) { return true; }
     if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
     silent_.push_back(std::move(sender));
     return true;

@@ -45,13 +45,14 @@ private:
     struct Sender {
         Descriptor connection;
         sockaddr_un name{};
-        bool usesSpare = false;
+        bool usesSpare = false, isWatched = false;
     };
 
     void listenAt(const std::filesystem::path &path);
     void alsoAt(const std::filesystem::path &path);
     void forgetFirstName();
     std::optional<Block> take();
+    void watchSilent();
     bool acceptNext();
     Sender acceptSender();
     std::optional<Sender> oldestReady();

@@ -602,6 +602,22 @@ TEST_F(Ipc, SessionIdsAreUniqueAcrossProcessesAndThreads) {
     munmap(page, all * 4);
 }
 
+TEST_F(Ipc, SessionIdsGoOnWhenTheirFileIsReplacedOrCut) {
+    const Memory message("");
+    const auto file = smspb::ipc::runtimeDirectory() / "sessions";
+    const auto take = [&message] { return ipc_gen_seesion_id(message.block); };
+    EXPECT_EQ(take(), 0u);
+    fs::remove(file);
+    EXPECT_EQ(take(), 0u);
+    EXPECT_TRUE(fs::exists(file)) << "others must count in the same one";
+    const u32 before = message.word(3);
+    EXPECT_EQ(take(), 0u);
+    EXPECT_EQ(message.word(3), before + 1);
+    fs::resize_file(file, 0);
+    EXPECT_EQ(take(), 0u) << "what lies behind the file's end must not be touched";
+    EXPECT_EQ(message.word(3), 1u);
+}
+
 // ---- servers ----
 
 class Serving : public Ipc {};

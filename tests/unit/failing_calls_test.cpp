@@ -274,13 +274,14 @@ Operation operation(const char *name, std::function<u32()> run, u32 success, Sta
     return {name, std::move(run), success, std::move(exchanges), std::move(allocations)};
 }
 
-std::vector<Operation> operations() {
+// Statuses without a reply: the SMS manager's, the phonebook's, a sent message's.
+constexpr u32 N = SMS_NO_REPLY;
+constexpr u32 P = PB_NO_REPLY;
+constexpr u32 R = SMS_NO_REPLY_TEXT;
+
+std::vector<Operation> channelOperations() {
     static const char MARKERS[1][31] = {"OK"};
-    const u32 N = SMS_NO_REPLY;
-    const u32 P = PB_NO_REPLY;
-    const u32 R = SMS_NO_REPLY_TEXT;
     return {
-        // USBModem
         asking(
             "writeComm", [] { return freed(writeComm("AT\r", 3000, 1, "OK")); }, NULL_BLOCK),
         asking(
@@ -294,7 +295,11 @@ std::vector<Operation> operations() {
             [] { return execute([](char **r) { return ExecAT3(PDU, 2, MARKERS, 1, r, 1); }); },
             NULL_BLOCK),
         operation("DoReportData", joinChunks, 0, {}, {0}),
-        // CSMS: settings
+    };
+}
+
+std::vector<Operation> settingOperations() {
+    return {
         asking("setInformmode", setInformmode, N),
         asking(
             "setNewMessageIndication", [] { return setNewMessageIndication(2, 1, 0, 0, 0); }, N),
@@ -328,7 +333,11 @@ std::vector<Operation> operations() {
             N),
         asking(
             "setEcodingFormat", [] { return setEcodingFormat(CHARSET_GSM); }, N),
-        // CSMS: sending, saving, reading, deleting
+    };
+}
+
+std::vector<Operation> messageOperations() {
+    return {
         asking(
             "handleSend", [] { return handleSend(22, PDU); }, R),
         asking(
@@ -350,7 +359,11 @@ std::vector<Operation> operations() {
         operation("deleteByStoreId", [] { return deleteByStoreId(3, SMS_STORAGE_SM); }, 0, {N, N},
                   {N, N}),
         operation("deleteSMSByID", [] { return deleteSMSByID(3); }, 0, {N, N}, {N, N}),
-        // CSMS: reports and USSD
+    };
+}
+
+std::vector<Operation> reportOperations() {
+    return {
         operation("PopupSms", popUp, 0, {}, {SMS_NO_MEMORY, 0}),
         operation("decodePopupSms", popUpInPlace, 0, {}, {0}),
         operation("decodeCBM", takePage, 0, {}, {SMS_NO_MEMORY}),
@@ -361,7 +374,11 @@ std::vector<Operation> operations() {
         operation("sendUSSD", [] { return sendUSSD("*100#"); }, 0, {SMS_MODEM_ERROR, N},
                   {SMS_MODEM_ERROR, N}),
         operation("AddRxDataNode", chunks, 0, {}, {NULL_BLOCK, NULL_BLOCK, NULL_BLOCK, NULL_BLOCK}),
-        // SmsUtils
+    };
+}
+
+std::vector<Operation> textOperations() {
+    return {
         operation("sms_encode_pdu", [] { return composeText(5); }, 0, {}, {MINUS_ONE}),
         operation("sms_encode_pdu_ThreeSegments", [] { return composeText(400); }, 0, {},
                   {MINUS_ONE}),
@@ -372,7 +389,11 @@ std::vector<Operation> operations() {
                   {0}),
         operation("sms_decode_msg_body_text_Ucs2", [] { return bodyOf(ALPHABET_UCS2); }, 1, {},
                   {0}),
-        // CPbSIM
+    };
+}
+
+std::vector<Operation> phonebookOperations() {
+    return {
         asking(
             "SM_SetStorage", [] { return SM_SetStorage(PB_STORAGE_SM); }, P),
         operation("SM_GetStorageInfo",
@@ -429,6 +450,15 @@ std::vector<Operation> operations() {
             "edit_sim_contact", [] { return writeContact(edit_sim_contact); }, P),
         operation("read_contact", readContact, 0, {P}, {P, PB_STORAGE_REFUSED, PB_STORAGE_REFUSED}),
     };
+}
+
+std::vector<Operation> operations() {
+    std::vector<Operation> all;
+    for (const auto &some : {channelOperations(), settingOperations(), messageOperations(),
+                             reportOperations(), textOperations(), phonebookOperations()}) {
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    return all;
 }
 
 std::string operationName(const ::testing::TestParamInfo<Operation> &info) {

@@ -45,6 +45,9 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
     if (command.form == Command::Form::test) { return showRanges(row, modem, command); }
     const Handler handler = handlerOf(row, command.form);
     if (handler == nullptr) { return unsupportedForm(row.family); }
+    if (row.needsSim && !modem.simPresent) {
+        return row.family == Family::message ? cmsError(CMS_NO_SIM) : cmeError(CME_NO_SIM);
+    }
     if (command.number > row.highest && row.family == Family::basic) { return badParameter(); }
     if (command.arguments.size() > row.arguments) { return badParameter(); }
     return handler(modem, command);

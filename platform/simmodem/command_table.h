@@ -23,9 +23,10 @@ enum class Family { basic, equipment, message };
 struct CommandRow {
     std::string_view name;
     Family family = Family::equipment;
-    unsigned highest = 0;         // of a basic command's number
-    std::size_t arguments = 0;    // that the set form takes at most
-    bool takesData = false;       // the set form asks for data
+    unsigned highest = 0;      // of a basic command's number
+    std::size_t arguments = 0; // that the set form takes at most
+    bool takesData = false;    // the set form asks for data
+    bool needsSim = false;
     std::string_view ranges = {}; // what the test form shows behind "NAME: "; empty for OK alone
     Handler execute = nullptr, read = nullptr, set = nullptr;
     Handler test = nullptr; // instead of `ranges`

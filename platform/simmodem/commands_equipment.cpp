@@ -76,6 +76,18 @@ Reply setRegistration(Modem &modem, const Command &command) {
     return done();
 }
 
+// Shown, and provisioned by the network.
+Reply readCallerNumber(Modem &modem, const Command &command) {
+    return shown(command, modem.settings.callerNumber ? "1,1" : "0,1");
+}
+
+Reply setCallerNumber(Modem &modem, const Command &command) {
+    const auto shows = numberAt(command, 0, 0, 1, 0);
+    if (!shows) { return badParameter(); }
+    modem.settings.callerNumber = *shows == 1;
+    return done();
+}
+
 Reply signalQuality(Modem & /*modem*/, const Command &command) { return shown(command, "21,99"); }
 
 Reply readPin(Modem & /*modem*/, const Command &command) { return shown(command, "READY"); }
@@ -112,8 +124,8 @@ constexpr std::array ROWS{
     CommandRow{.name = "+GMR",  .execute = revision},
     CommandRow{.name = "+GSN",  .execute = serialNumber},
     CommandRow{.name = "+GCAP", .execute = capabilities},
-    CommandRow{.name = "+CIMI", .execute = subscriber},
-    CommandRow{.name = "+CNUM", .execute = ownNumber},
+    CommandRow{.name = "+CIMI", .needsSim = true, .execute = subscriber},
+    CommandRow{.name = "+CNUM", .needsSim = true, .execute = ownNumber},
     CommandRow{.name = "+CLAC", .execute = listCommands},
     CommandRow{.name = "+CMEE", .arguments = 1, .ranges = "(0-2)",
                .read = readErrorReports, .set = setErrorReports},
@@ -121,8 +133,10 @@ constexpr std::array ROWS{
                .read = readCharset, .set = setCharset},
     CommandRow{.name = "+CREG", .arguments = 1, .ranges = "(0-2)",
                .read = readRegistration, .set = setRegistration},
+    CommandRow{.name = "+CLIP", .arguments = 1, .ranges = "(0,1)",
+               .read = readCallerNumber, .set = setCallerNumber},
     CommandRow{.name = "+CSQ",  .ranges = "(0-31,99),(0-7,99)", .execute = signalQuality},
-    CommandRow{.name = "+CPIN", .arguments = 2, .read = readPin, .set = setPin},
+    CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
     CommandRow{.name = FAULT_COMMAND, .arguments = 1,
                .execute = clearFaults, .read = readFaults, .set = addFault},
 };

@@ -150,11 +150,11 @@ Reply writeEntry(Modem &modem, const Command &command) {
 
 // clang-format off
 constexpr std::array ROWS{
-    CommandRow{.name = "+CPBS", .arguments = 1, .ranges = R"(("SM","ME"))",
+    CommandRow{.name = "+CPBS", .arguments = 1, .needsSim = true, .ranges = R"(("SM","ME"))",
                .read = readStorage, .set = setStorage},
-    CommandRow{.name = "+CPBR", .arguments = 2, .set = readEntries, .test = readRanges},
-    CommandRow{.name = "+CPBF", .arguments = 1, .set = findEntries, .test = findRanges},
-    CommandRow{.name = "+CPBW", .arguments = 4, .set = writeEntry, .test = writeRanges},
+    CommandRow{.name = "+CPBR", .arguments = 2, .needsSim = true, .set = readEntries, .test = readRanges},
+    CommandRow{.name = "+CPBF", .arguments = 1, .needsSim = true, .set = findEntries, .test = findRanges},
+    CommandRow{.name = "+CPBW", .arguments = 4, .needsSim = true, .set = writeEntry, .test = writeRanges},
 };
 // clang-format on
 

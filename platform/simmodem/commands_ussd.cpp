@@ -68,8 +68,12 @@ Reply setUssd(Modem &modem, const Command &command) {
 }
 
 constexpr std::array ROWS{
-    CommandRow{
-               .name = "+CUSD", .arguments = 3, .ranges = "(0-2)", .read = readUssd, .set = setUssd},
+    CommandRow{.name = "+CUSD",
+               .arguments = 3,
+               .needsSim = true,
+               .ranges = "(0-2)",
+               .read = readUssd,
+               .set = setUssd},
 };
 
 } // namespace

@@ -192,6 +192,7 @@ void Dialogue::finish(Result result) {
     const Milliseconds wait = latency_ + (late ? run_.fault->time() : Milliseconds(0));
     std::string text = spoiled(std::move(run_.information), resultText(modem_.settings, result));
     after(wait, [this, text = std::move(text)]() mutable {
+        if (modem_.interjects) { putUnsolicited(); }
         put(std::move(text));
         endSilently();
     });
@@ -231,7 +232,10 @@ void Dialogue::awaitUssd() {
 }
 
 void Dialogue::flushUnsolicited() {
-    if (inCommand_) { return; }
+    if (!inCommand_) { putUnsolicited(); }
+}
+
+void Dialogue::putUnsolicited() {
     while (!modem_.unsolicited.empty()) {
         put(informationText(modem_.settings, modem_.unsolicited.front()));
         modem_.unsolicited.pop_front();

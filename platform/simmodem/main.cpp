@@ -1,9 +1,13 @@
 // smspb-simmodem: a simulated modem on a pseudo-terminal.
+#include "control.h"
+#include "control_command.h"
 #include "dialogue.h"
+#include "events.h"
 #include "terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <asio/signal_set.hpp>
+#include <nlohmann/json.hpp>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
@@ -17,12 +21,17 @@ namespace {
 using namespace smspb::simmodem;
 
 struct Options {
-    std::string link;
+    std::string link, control;
     ModemOptions modem;
     std::vector<std::string> faults, ussdAnswers;
     unsigned latencyMs = 0;
     bool verbose = false;
 };
+
+std::filesystem::path controlSocket(const Options &options) {
+    if (options.control.empty()) { return controlPathOf(options.link); }
+    return options.control;
+}
 
 class Program {
 public:
@@ -31,7 +40,9 @@ public:
           comeback_(io_), dialogue_(
                               io_, modem_, std::chrono::milliseconds(options.latencyMs),
                               [this](std::string text) { terminal_->write(text); },
-                              [this](std::chrono::milliseconds away) { vanish(away); }) {
+                              [this](std::chrono::milliseconds away) { vanish(away); }),
+          control_(io_, controlSocket(options),
+                   [this](std::string_view line) { return answerEvent(line); }) {
         for (const std::string &fault : options.faults) { modem_.faults.add(fault); }
         for (const std::string &answer : options.ussdAnswers) { modem_.ussd.script.add(answer); }
         signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
@@ -41,6 +52,24 @@ public:
     void run() { io_.run(); }
 
 private:
+    // What the control socket asks for; what goes out waits while a command runs.
+    std::string answerEvent(std::string_view line) {
+        nlohmann::json answer;
+        try {
+            answer = carryOutEvent(modem_, nlohmann::json::parse(line));
+        } catch (const nlohmann::json::exception &error) {
+            answer = {
+                {"error", std::string("not a line of JSON: ") + error.what()}
+            };
+        } catch (const std::invalid_argument &error) {
+            answer = {
+                {"error", error.what()}
+            };
+        }
+        dialogue_.flushUnsolicited();
+        return answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+
     void appear() {
         terminal_ = std::make_shared<Terminal>(io_);
         terminal_->start([this](std::string_view characters) { dialogue_.receive(characters); });
@@ -66,6 +95,7 @@ private:
     std::shared_ptr<Terminal> terminal_;
     std::unique_ptr<TerminalLink> link_;
     Dialogue dialogue_;
+    Control control_;
 };
 
 std::string checkNumber(const std::string &text) {
@@ -80,7 +110,8 @@ void addOptions(CLI::App &app, Options &options) {
     static constexpr std::size_t STORAGE_MAX = 10000;
     static constexpr unsigned LATENCY_MAX = 600000;
     app.add_option("--link", options.link, "Symbolic link to the terminal, made when it is ready")
-        ->required()
+        ->type_name("PATH");
+    app.add_option("--ctl", options.control, "Control socket, LINK.ctl if left out")
         ->type_name("PATH");
     app.add_option("--number", options.modem.number, "Own number: messages to it come back")
         ->capture_default_str()
@@ -130,6 +161,8 @@ void addOptions(CLI::App &app, Options &options) {
         ->take_all()
         ->allow_extra_args(false)
         ->type_name("ANSWER");
+    app.add_flag("--interject", options.modem.interjects,
+                 "Say unsolicited lines between a command and its reply, too");
     app.add_option("--latency", options.latencyMs, "Milliseconds before each reply")
         ->capture_default_str()
         ->check(CLI::Range(0U, LATENCY_MAX))
@@ -158,8 +191,12 @@ int main(int argc, char **argv) {
     try {
         CLI::App app("A simulated modem (3GPP TS 27.005, 27.007) on a pseudo-terminal.");
         Options options;
+        std::function<int()> command;
         addOptions(app, options);
+        addControlCommand(app, command);
         CLI11_PARSE(app, argc, argv);
+        if (command) { return command(); }
+        if (options.link.empty()) { throw std::runtime_error("--link is required"); }
         return serve(options);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "smspb-simmodem: %s\n", error.what());

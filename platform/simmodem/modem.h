@@ -50,6 +50,7 @@ struct Settings {
     IndicationSettings indications;
     BroadcastSettings broadcasts;
     unsigned ussdPresentation = 0; // +CUSD <n>
+    bool callerNumber = false;     // +CLIP
 
     char terminator() const { return static_cast<char>(registers.at(3)); }
     char lineFeed() const { return static_cast<char>(registers.at(4)); }
@@ -74,6 +75,7 @@ struct ModemOptions {
     std::size_t meSize = 100, smSize = 50;
     std::size_t mePhonebookSize = 100, smPhonebookSize = 250;
     PhonebookLimits phonebookLimits;
+    bool interjects = false;
 };
 
 struct Modem {
@@ -83,7 +85,7 @@ struct Modem {
                                                          Storage("SM", options.smSize)},
           phonebooks{Phonebook("SM", options.smPhonebookSize),
                      Phonebook("ME", options.mePhonebookSize)},
-          phonebookLimits(options.phonebookLimits) {}
+          phonebookLimits(options.phonebookLimits), interjects(options.interjects) {}
 
     std::string number;
     std::string serviceCentre; // empty for none
@@ -98,6 +100,10 @@ struct Modem {
     std::deque<std::string> held; // unsolicited, kept back by +CNMI mode 0
     std::deque<std::string>
         unsolicited; // to go out as soon as no command runs; lines joined by "\n"
+    std::uint8_t nextConcatenation = 0; // of messages from the network
+    std::uint16_t nextSerialNumber = 0; // of cell broadcast
+    bool simPresent = true;
+    bool interjects; // between command and reply too, as real modems do
     UssdDialogue ussd;
     Faults faults;
 

@@ -84,11 +84,11 @@ bool isSameNumber(std::string_view digits, std::string_view otherDigits) {
 }
 
 std::uint8_t sendMessage(Modem &modem, const Submit &submit, const Octets &serviceCentre) {
-    const std::time_t now = std::time(nullptr);
+    const NetworkTime now = NetworkTime::local(std::time(nullptr));
     modem.lastReference++;
     std::optional<Pdu> report;
     if (submit.reportRequested) {
-        report = Pdu{serviceCentre, statusReportTpdu(submit, modem.lastReference, now)};
+        report = Pdu{serviceCentre, statusReportTpdu(submit.destination, modem.lastReference, now)};
     }
     if (isOwnNumber(modem, submit.destination)) {
         const Octets tpdu = deliverTpdu(submit, addressField(modem.number), now);

@@ -20,6 +20,7 @@ struct Result {
 // TS 27.005, 3.2.5.
 enum : unsigned {
     CMS_NOT_SUPPORTED = 303,
+    CMS_NO_SIM = 310,
     CMS_INVALID_PDU_PARAMETER = 304,
     CMS_INVALID_TEXT_PARAMETER = 305,
     CMS_INVALID_INDEX = 321,
@@ -31,6 +32,7 @@ enum : unsigned {
 enum : unsigned {
     CME_NOT_ALLOWED = 3,
     CME_NOT_SUPPORTED = 4,
+    CME_NO_SIM = 10,
     CME_MEMORY_FULL = 20,
     CME_INVALID_INDEX = 21,
     CME_NOT_FOUND = 22,

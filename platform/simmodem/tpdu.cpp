@@ -1,8 +1,11 @@
 #include "tpdu.h"
 
+#include "charset.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
 
 namespace smspb::simmodem {
 namespace {
@@ -33,7 +36,6 @@ constexpr unsigned
 constexpr std::uint8_t FILLER = 0x0F;
 constexpr std::size_t TIMESTAMP_OCTETS = 7;       // TS 23.040, 9.2.3.11
 constexpr std::size_t SERVICE_CENTRE_OCTETS = 11; // TS 24.011, 8.2.5.1: type and 20 digits
-constexpr std::uint8_t STATUS_RECEIVED = 0;       // TS 23.040, 9.2.3.15: received by the SME
 
 std::uint8_t low8(unsigned value) { return static_cast<std::uint8_t>(value & 0xFFU); }
 
@@ -178,23 +180,6 @@ std::uint8_t swappedBcd(int value) {
     return low8(static_cast<unsigned>(value % 10) << 4 | static_cast<unsigned>(value / 10 % 10));
 }
 
-// TS 23.040, 9.2.3.11: local time and its distance from GMT in quarter hours, the sign in bit 3.
-Octets timestamp(std::time_t time) {
-    static constexpr unsigned NEGATIVE = 0x08;
-    static constexpr long QUARTER_HOUR = 15L * 60;
-    std::tm local{};
-    ::localtime_r(&time, &local);
-    const long quarters = local.tm_gmtoff / QUARTER_HOUR;
-    const std::uint8_t zone = swappedBcd(static_cast<int>(quarters < 0 ? -quarters : quarters));
-    return {swappedBcd(local.tm_year % 100),
-            swappedBcd(local.tm_mon + 1),
-            swappedBcd(local.tm_mday),
-            swappedBcd(local.tm_hour),
-            swappedBcd(local.tm_min),
-            swappedBcd(local.tm_sec),
-            low8(zone | flag(quarters < 0, NEGATIVE))};
-}
-
 // TS 23.040, 9.2.2.1.
 bool isDeliver(OctetView tpdu) {
     OctetReader in(tpdu);
@@ -222,6 +207,27 @@ bool isStatusReport(OctetView tpdu) {
 }
 
 } // namespace
+
+NetworkTime NetworkTime::local(std::time_t time) {
+    static constexpr long QUARTER_HOUR = 15L * 60;
+    NetworkTime local;
+    ::localtime_r(&time, &local.clock);
+    local.quarterHours = static_cast<int>(local.clock.tm_gmtoff / QUARTER_HOUR);
+    return local;
+}
+
+// The zone's sign is bit 3 of its octet.
+Octets timestamp(const NetworkTime &time) {
+    static constexpr unsigned NEGATIVE = 0x08;
+    const std::uint8_t zone = swappedBcd(std::abs(time.quarterHours));
+    return {swappedBcd(time.clock.tm_year % 100),
+            swappedBcd(time.clock.tm_mon + 1),
+            swappedBcd(time.clock.tm_mday),
+            swappedBcd(time.clock.tm_hour),
+            swappedBcd(time.clock.tm_min),
+            swappedBcd(time.clock.tm_sec),
+            low8(zone | flag(time.quarterHours < 0, NEGATIVE))};
+}
 
 std::string Pdu::text() const {
     std::string text;
@@ -273,7 +279,7 @@ bool isTpdu(TpduType type, OctetView tpdu) {
     return false;
 }
 
-Octets deliverTpdu(const Submit &submit, OctetView originator, std::time_t time) {
+Octets deliverTpdu(const Submit &submit, OctetView originator, const NetworkTime &time) {
     Octets tpdu{low8(MTI_DELIVER | TP_MMS | flag(submit.reportRequested, TP_SRI) |
                      flag(submit.headerPresent, TP_UDHI) | flag(submit.replyPath, TP_RP))};
     append(tpdu, originator);
@@ -285,12 +291,13 @@ Octets deliverTpdu(const Submit &submit, OctetView originator, std::time_t time)
     return tpdu;
 }
 
-Octets statusReportTpdu(const Submit &submit, std::uint8_t reference, std::time_t time) {
+Octets statusReportTpdu(OctetView destination, std::uint8_t reference, const NetworkTime &time,
+                        std::uint8_t status) {
     Octets tpdu{low8(MTI_STATUS_REPORT | TP_MMS), reference};
-    append(tpdu, submit.destination);
+    append(tpdu, destination);
     append(tpdu, timestamp(time)); // TP-SCTS
     append(tpdu, timestamp(time)); // TP-DT
-    tpdu.push_back(STATUS_RECEIVED);
+    tpdu.push_back(status);
     return tpdu;
 }
 
@@ -298,6 +305,13 @@ Octets addressField(std::string_view number) {
     const std::string_view digits = digitsOf(number);
     Octets field{low8(static_cast<unsigned>(digits.size())), typeOfAddress(number)};
     append(field, semiOctets(digits));
+    return field;
+}
+
+Octets alphanumericField(OctetView septets) {
+    const std::size_t semiOctetCount = (septets.size() * 7 + 3) / 4;
+    Octets field{low8(static_cast<unsigned>(semiOctetCount)), low8(TOA_ALWAYS | TOA_ALPHANUMERIC)};
+    append(field, packSeptets(septets));
     return field;
 }
 

@@ -53,14 +53,29 @@ std::optional<Submit> submitFromTpdu(OctetView tpdu);
 // True when the octets are a whole TPDU of that type.
 bool isTpdu(TpduType type, OctetView tpdu);
 
-// The DELIVER that `submit` becomes, from `originator` (an address field) at `time`.
-Octets deliverTpdu(const Submit &submit, OctetView originator, std::time_t time);
+// TP-SCTS (TS 23.040, 9.2.3.11): the clock as it stands somewhere, and how far that is from GMT.
+struct NetworkTime {
+    std::tm clock{};
+    int quarterHours = 0;
 
-// The report that `submit`, sent under `reference`, reached its destination at `time`.
-Octets statusReportTpdu(const Submit &submit, std::uint8_t reference, std::time_t time);
+    static NetworkTime local(std::time_t time);
+};
+Octets timestamp(const NetworkTime &time);
+
+// The DELIVER that `submit` becomes, from `originator` (an address field) at `time`.
+Octets deliverTpdu(const Submit &submit, OctetView originator, const NetworkTime &time);
+
+// The report that what was sent to `destination` (an address field) under `reference` came to an
+// end at `time`. `status` is TP-ST (9.2.3.15): 0 for received.
+Octets statusReportTpdu(OctetView destination, std::uint8_t reference, const NetworkTime &time,
+                        std::uint8_t status = 0);
 
 // TP-OA, TP-DA, TP-RA (TS 23.040, 9.1.2.5) of a number of digits, "+" first when international.
 Octets addressField(std::string_view number);
+
+// TP-OA of a sender who has a name instead of a number: 11 characters at most of the GSM alphabet,
+// as septets.
+Octets alphanumericField(OctetView septets);
 
 // The digits of an address field; empty for an alphanumeric one.
 std::string addressDigits(OctetView field);

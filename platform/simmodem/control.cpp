@@ -1,0 +1,135 @@
+#include "control.h"
+
+#include <asio/buffer.hpp>
+#include <asio/read_until.hpp>
+#include <asio/streambuf.hpp>
+#include <asio/write.hpp>
+#include <spdlog/spdlog.h>
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+namespace smspb::simmodem {
+namespace {
+
+using Protocol = asio::local::stream_protocol;
+namespace fs = std::filesystem;
+
+constexpr std::size_t LINE_OCTETS_MAX = 65536;
+
+// One client. Lives as long as an operation of its own is under way.
+class Client : public std::enable_shared_from_this<Client> {
+public:
+    Client(Protocol::socket socket, const Control::Answer &answer)
+        : socket_(std::move(socket)), answer_(answer) {}
+
+    void readLine() {
+        asio::async_read_until(
+            socket_, asio::dynamic_buffer(received_, LINE_OCTETS_MAX), '\n',
+            [self = shared_from_this()](asio::error_code error, std::size_t size) {
+                if (!error) { self->takeLine(size); }
+            });
+    }
+
+private:
+    void takeLine(std::size_t size) {
+        sending_ = answer_(std::string_view(received_).substr(0, size - 1)) + "\n";
+        received_.erase(0, size);
+        asio::async_write(socket_, asio::buffer(sending_),
+                          [self = shared_from_this()](asio::error_code error, std::size_t) {
+                              if (!error) { self->readLine(); }
+                          });
+    }
+
+    Protocol::socket socket_;
+    const Control::Answer &answer_;
+    std::string received_, sending_;
+};
+
+void removeStale(const fs::path &path) {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (!fs::exists(status)) { return; }
+    if (!fs::is_socket(status)) {
+        throw std::runtime_error(path.string() +
+                                 " is there already and no socket: choose another --ctl");
+    }
+    asio::io_context io;
+    Protocol::socket probe(io);
+    asio::error_code refused;
+    probe.connect(Protocol::endpoint(path.string()), refused);
+    if (!refused) {
+        throw std::runtime_error(path.string() + " is served by another simulated modem");
+    }
+    fs::remove(path);
+}
+
+Protocol::endpoint endpointAt(const fs::path &path) {
+    try {
+        return Protocol::endpoint(path.string());
+    } catch (const std::system_error &) {
+        throw std::runtime_error(path.string() +
+                                 " is too long for a socket: choose a shorter --ctl");
+    }
+}
+
+} // namespace
+
+Control::Control(asio::io_context &io, fs::path path, Answer answer)
+    : path_(std::move(path)), answer_(std::move(answer)), acceptor_(io) {
+    const Protocol::endpoint endpoint = endpointAt(path_);
+    removeStale(path_);
+    acceptor_.open();
+    const mode_t before = ::umask(0177);
+    asio::error_code error;
+    acceptor_.bind(endpoint, error);
+    ::umask(before);
+    if (error) { throw std::runtime_error(path_.string() + ": " + error.message()); }
+    acceptor_.listen();
+    acceptNext();
+}
+
+Control::~Control() {
+    std::error_code ignored;
+    fs::remove(path_, ignored);
+}
+
+void Control::acceptNext() {
+    acceptor_.async_accept([this](asio::error_code error, Protocol::socket socket) {
+        if (error == asio::error::operation_aborted) { return; }
+        if (error) {
+            spdlog::warn("control socket: {}", error.message());
+        } else {
+            std::make_shared<Client>(std::move(socket), answer_)->readLine();
+        }
+        acceptNext();
+    });
+}
+
+fs::path controlPathOf(const fs::path &link) { return link.string() + ".ctl"; }
+
+std::string askControl(const fs::path &path, const std::string &line) {
+    asio::io_context io;
+    Protocol::socket socket(io);
+    asio::error_code error;
+    socket.connect(endpointAt(path), error);
+    if (error) {
+        throw std::runtime_error("no simulated modem listens at " + path.string() + ": " +
+                                 error.message());
+    }
+    asio::write(socket, asio::buffer(line + "\n"), error);
+    std::string answer;
+    if (!error) {
+        asio::read_until(socket, asio::dynamic_buffer(answer, LINE_OCTETS_MAX), '\n', error);
+    }
+    if (error) {
+        throw std::runtime_error("the simulated modem did not answer: " + error.message());
+    }
+    answer.resize(answer.find('\n'));
+    return answer;
+}
+
+} // namespace smspb::simmodem

@@ -1,0 +1,328 @@
+#include "events.h"
+
+#include "broadcast.h"
+#include "charset.h"
+#include "message_text.h"
+#include "network.h"
+#include "text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstdio>
+#include <stdexcept>
+
+namespace smspb::simmodem {
+namespace {
+
+using Json = nlohmann::json;
+
+[[noreturn]] void refuse(const std::string &what) { throw std::invalid_argument(what); }
+
+std::string textOf(const Json &event, const char *name, const std::string &otherwise) {
+    const auto found = event.find(name);
+    if (found == event.end()) { return otherwise; }
+    if (!found->is_string()) { refuse(std::string("\"") + name + "\" is no text"); }
+    return found->get<std::string>();
+}
+
+std::string textOf(const Json &event, const char *name) {
+    if (!event.contains(name)) { refuse(std::string("\"") + name + "\" is missing"); }
+    return textOf(event, name, "");
+}
+
+unsigned numberOf(const Json &event, const char *name, unsigned max, unsigned otherwise) {
+    const auto found = event.find(name);
+    if (found == event.end()) { return otherwise; }
+    if (!found->is_number_unsigned() || found->get<std::uint64_t>() > max) {
+        refuse(std::string("\"") + name + "\" is a number from 0 to " + std::to_string(max));
+    }
+    return found->get<unsigned>();
+}
+
+std::u16string unitsOf(const Json &event, const char *name) {
+    auto units = fromUtf8(textOf(event, name));
+    if (!units) { refuse(std::string("\"") + name + "\" is no UTF-8"); }
+    return std::move(*units);
+}
+
+Coding codingOf(const Json &event) {
+    const std::string coding = textOf(event, "coding", "auto");
+    if (coding == "auto") { return Coding::automatic; }
+    if (coding == "gsm") { return Coding::gsm; }
+    if (coding == "ucs2") { return Coding::ucs2; }
+    refuse("\"" + coding + "\" is no coding: auto, gsm or ucs2");
+}
+
+Octets originator(const std::string &from) {
+    constexpr std::size_t SENDER_CHARACTERS_MAX = 11;
+    if (isNumber(from)) { return addressField(from); }
+    const auto units = fromUtf8(from);
+    const auto septets = units ? toSeptets(*units) : std::nullopt;
+    if (!septets || septets->empty() || septets->size() > SENDER_CHARACTERS_MAX) {
+        refuse("\"" + from + "\" is no sender: a number, or 11 characters of the GSM alphabet");
+    }
+    return alphanumericField(*septets);
+}
+
+// "+05:45" in quarter hours.
+int quarterHours(const std::string &zone) {
+    constexpr int QUARTERS_MAX = 79; // what TP-SCTS can hold
+    int hours = 0;
+    int minutes = 0;
+    char sign = 0;
+    int read = 0;
+    const int fields = std::sscanf(zone.c_str(), "%c%2d:%2d%n", &sign, &hours, &minutes, &read);
+    const int quarters = hours * 4 + minutes / 15;
+    if (fields != 3 || (sign != '+' && sign != '-') || minutes % 15 != 0 || minutes > 45 ||
+        quarters > QUARTERS_MAX || static_cast<std::size_t>(read) != zone.size()) {
+        refuse("\"" + zone + "\" is no zone: +01:00, in quarter hours, 19:45 at most");
+    }
+    return sign == '-' ? -quarters : quarters;
+}
+
+// The clock as it stands there: "2026-11-21 10:00:00".
+std::tm clockOf(const std::string &text) {
+    std::tm clock{};
+    const char *const end = ::strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &clock);
+    if (end == nullptr || *end != '\0') {
+        refuse("\"" + text + "\" is no time: 2026-11-21 10:00:00");
+    }
+    return clock;
+}
+
+NetworkTime timeOf(const Json &event) {
+    constexpr long QUARTER_HOUR = 15L * 60;
+    const std::time_t now = std::time(nullptr);
+    NetworkTime time = NetworkTime::local(now);
+    if (event.contains("zone")) {
+        time.quarterHours = quarterHours(textOf(event, "zone"));
+        const std::time_t there = now + time.quarterHours * QUARTER_HOUR;
+        ::gmtime_r(&there, &time.clock);
+    }
+    if (event.contains("time")) { time.clock = clockOf(textOf(event, "time")); }
+    return time;
+}
+
+void arrive(Modem &modem, Incoming::Kind kind, Octets tpdu) {
+    modem.pending.push_back({
+        kind, {serviceCentreField(modem.serviceCentre), std::move(tpdu)},
+         std::nullopt
+    });
+    receivePending(modem);
+}
+
+Json message(Modem &modem, const Json &event) {
+    constexpr unsigned CLASS_MAX = 3;
+    const Octets from = originator(textOf(event, "from"));
+    const std::optional<int> messageClass =
+        event.contains("class")
+            ? std::optional(static_cast<int>(numberOf(event, "class", CLASS_MAX, 0)))
+            : std::nullopt;
+    const NetworkTime time = timeOf(event);
+    const auto parts = messageParts(unitsOf(event, "text"), codingOf(event), messageClass,
+                                    modem.nextConcatenation++);
+    if (!parts) {
+        refuse("the text does not fit: 255 parts at most, and the GSM alphabet for gsm");
+    }
+    for (const Submit &part : *parts) {
+        arrive(modem, Incoming::Kind::message, deliverTpdu(part, from, time));
+    }
+    return {
+        {"parts", parts->size()}
+    };
+}
+
+Json pdu(Modem &modem, const Json &event) {
+    const std::string hex = textOf(event, "pdu");
+    const auto octets = pduFromText("00" + hex, hex.size() / 2);
+    if (!octets) { refuse("\"" + hex + "\" is no TPDU in hexadecimal, without a service centre"); }
+    if (isTpdu(TpduType::deliver, octets->tpdu)) {
+        arrive(modem, Incoming::Kind::message, octets->tpdu);
+    } else if (isTpdu(TpduType::statusReport, octets->tpdu)) {
+        arrive(modem, Incoming::Kind::report, octets->tpdu);
+    } else {
+        refuse("the TPDU is neither a whole DELIVER nor a whole STATUS-REPORT");
+    }
+    return Json::object();
+}
+
+Json report(Modem &modem, const Json &event) {
+    constexpr unsigned OCTET_MAX = 255;
+    const std::string to = textOf(event, "to", modem.number);
+    if (!isNumber(to)) { refuse("\"" + to + "\" is no number"); }
+    const auto reference = static_cast<std::uint8_t>(numberOf(event, "reference", OCTET_MAX, 0));
+    const auto status = static_cast<std::uint8_t>(numberOf(event, "status", OCTET_MAX, 0));
+    arrive(modem, Incoming::Kind::report,
+           statusReportTpdu(addressField(to), reference, timeOf(event), status));
+    return Json::object();
+}
+
+Json page(Modem &modem, const Json &event) {
+    constexpr unsigned WORD_MAX = 0xFFFF;
+    const std::u16string text = unitsOf(event, "text");
+    const Coding coding = codingOf(event);
+    Broadcast broadcast;
+    broadcast.identifier = static_cast<std::uint16_t>(numberOf(event, "id", WORD_MAX, 50));
+    broadcast.serialNumber =
+        static_cast<std::uint16_t>(numberOf(event, "serial", WORD_MAX, modem.nextSerialNumber++));
+    broadcast.ucs2 = coding == Coding::ucs2 || (coding == Coding::automatic && !toSeptets(text));
+    const auto pages = broadcastPages(broadcast, text);
+    if (!pages) { refuse("the text does not fit: 15 pages at most, and the GSM alphabet for gsm"); }
+    std::size_t received = 0;
+    for (const Octets &octets : *pages) { received += receivePage(modem, octets) ? 1 : 0; }
+    return {
+        {   "pages", pages->size()},
+        {"received",      received}
+    };
+}
+
+Json ring(Modem &modem, const Json &event) {
+    const std::string number = textOf(event, "number", "");
+    if (!number.empty() && !isNumber(number)) { refuse("\"" + number + "\" is no number"); }
+    modem.unsolicited.push_back("RING");
+    if (modem.settings.callerNumber) {
+        const bool international = number.starts_with('+');
+        modem.unsolicited.push_back("+CLIP: " + quoted(std::string_view(number)) +
+                                    (international ? ",145" : ",129"));
+    }
+    return Json::object();
+}
+
+Json ussd(Modem &modem, const Json &event) {
+    constexpr unsigned STATUS_MAX = 5;
+    constexpr unsigned DCS_UCS2 = 72;
+    UssdAnswer answer;
+    answer.status = numberOf(event, "status", STATUS_MAX, 0);
+    answer.form = event.contains("text") ? UssdAnswer::Form::text : UssdAnswer::Form::none;
+    if (event.contains("text")) { answer.text = unitsOf(event, "text"); }
+    if (numberOf(event, "dcs", 255, 15) == DCS_UCS2) { answer.form = UssdAnswer::Form::ucs2; }
+    if (answer.form == UssdAnswer::Form::text && !toSeptets(answer.text)) {
+        answer.form = UssdAnswer::Form::ucs2;
+    }
+    if (modem.settings.ussdPresentation == 0) {
+        return {
+            {"shown", false}
+        };
+    }
+    modem.unsolicited.push_back(ussdLine(answer, modem.settings.charset));
+    return {
+        {"shown", true}
+    };
+}
+
+Json sim(Modem &modem, const Json &event) {
+    const std::string action = textOf(event, "action");
+    if (action != "remove" && action != "insert") {
+        refuse("\"" + action + "\" is neither remove nor insert");
+    }
+    const bool wasPresent = std::exchange(modem.simPresent, action == "insert");
+    if (wasPresent && !modem.simPresent) { modem.unsolicited.push_back("Sim card removed"); }
+    if (!wasPresent && modem.simPresent) { modem.unsolicited.push_back("+CPIN: READY"); }
+    return Json::object();
+}
+
+StoredMessage filler(const Modem &modem) {
+    const auto parts = messageParts(u"Filled.", Coding::gsm, std::nullopt, 0);
+    const Octets tpdu = deliverTpdu(parts->front(), addressField(modem.number),
+                                    NetworkTime::local(std::time(nullptr)));
+    return {
+        MessageStatus::read, {serviceCentreField(modem.serviceCentre), tpdu}
+    };
+}
+
+Json storage(Modem &modem, const Json &event) {
+    const std::string action = textOf(event, "action");
+    std::string name = textOf(event, "name");
+    for (char &c : name) { c = upper(c); }
+    Storage *const found = modem.findStorage(name);
+    if (found == nullptr) { refuse("\"" + name + "\" is no storage: SM or ME"); }
+    if (action == "fill") {
+        while (found->add(filler(modem))) {}
+    } else if (action == "clear") {
+        for (std::size_t i = 1; i <= found->size(); i++) { found->remove(i); }
+        receivePending(modem);
+    } else {
+        refuse("\"" + action + "\" is neither fill nor clear");
+    }
+    return {
+        {"used", found->used()},
+        {"size", found->size()}
+    };
+}
+
+Json fault(Modem &modem, const Json &event) {
+    const std::string text = textOf(event, "fault");
+    if (text == "clear") {
+        modem.faults.clear();
+        return Json::object();
+    }
+    const std::string wrong = modem.faults.add(text);
+    if (!wrong.empty()) { refuse(wrong); }
+    return Json::object();
+}
+
+Json raw(Modem &modem, const Json &event) {
+    modem.unsolicited.push_back(textOf(event, "line"));
+    return Json::object();
+}
+
+Json status(Modem &modem, const Json & /*event*/) {
+    Json storages = Json::object();
+    for (const Storage &each : modem.storages) {
+        storages[each.name()] = {
+            {"used", each.used()},
+            {"size", each.size()}
+        };
+    }
+    Json phonebooks = Json::object();
+    for (const Phonebook &each : modem.phonebooks) {
+        phonebooks[each.name()] = {
+            {"used", each.used()},
+            {"size", each.size()}
+        };
+    }
+    return {
+        {      "storages",                 storages},
+        {    "phonebooks",               phonebooks},
+        {       "pending",     modem.pending.size()},
+        {          "held",        modem.held.size()},
+        {   "unsolicited", modem.unsolicited.size()},
+        {           "sim",         modem.simPresent},
+        {"last_reference",      modem.lastReference}
+    };
+}
+
+struct Row {
+    const char *name;
+    Json (*carryOut)(Modem &, const Json &);
+};
+
+constexpr std::array<Row, 11> EVENTS{
+    {
+     {"text", message},
+     {"pdu", pdu},
+     {"report", report},
+     {"page", page},
+     {"ring", ring},
+     {"ussd", ussd},
+     {"sim", sim},
+     {"storage", storage},
+     {"fault", fault},
+     {"raw", raw},
+     {"status", status},
+     }
+};
+
+} // namespace
+
+nlohmann::json carryOutEvent(Modem &modem, const nlohmann::json &event) {
+    if (!event.is_object()) { refuse("an event is a JSON object with its name under \"event\""); }
+    const std::string name = textOf(event, "event");
+    for (const Row &row : EVENTS) {
+        if (name == row.name) { return row.carryOut(modem, event); }
+    }
+    refuse("there is no event \"" + name + "\"");
+}
+
+} // namespace smspb::simmodem

@@ -23,7 +23,14 @@ struct Asked {
 int ask(const Asked &asked) {
     const std::filesystem::path path =
         asked.path.empty() ? controlPathOf(asked.link) : std::filesystem::path(asked.path);
-    const Json answer = Json::parse(askControl(path, asked.event.dump()), nullptr, false);
+    std::string line;
+    try {
+        line = asked.event.dump();
+    } catch (const Json::type_error &) {
+        std::fputs("smspb-simmodem ctl: a text of the event is no UTF-8\n", stderr);
+        return 1;
+    }
+    const Json answer = Json::parse(askControl(path, line), nullptr, false);
     const std::string error =
         answer.is_object() ? answer.value("error", "") : "the answer is no JSON object";
     if (!error.empty()) {

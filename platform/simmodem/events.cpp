@@ -71,11 +71,10 @@ int quarterHours(const std::string &zone) {
     int hours = 0;
     int minutes = 0;
     char sign = 0;
-    int read = 0;
-    const int fields = std::sscanf(zone.c_str(), "%c%2d:%2d%n", &sign, &hours, &minutes, &read);
+    const int fields = std::sscanf(zone.c_str(), "%c%2d:%2d", &sign, &hours, &minutes);
     const int quarters = hours * 4 + minutes / 15;
     if (fields != 3 || (sign != '+' && sign != '-') || minutes % 15 != 0 || minutes > 45 ||
-        quarters > QUARTERS_MAX || static_cast<std::size_t>(read) != zone.size()) {
+        quarters > QUARTERS_MAX || zone.size() != std::string_view("+00:00").size()) {
         refuse("\"" + zone + "\" is no zone: +01:00, in quarter hours, 19:45 at most");
     }
     return sign == '-' ? -quarters : quarters;

@@ -197,6 +197,15 @@ public:
     fs::path link() const { return directory_ / "modem"; }
     Process &process() { return process_; }
 
+    // Through the control socket, as its users do.
+    void letHappen(const std::vector<std::string> &event) {
+        std::vector<std::string> words{"ctl", "--link", link().string()};
+        words.insert(words.end(), event.begin(), event.end());
+        Process control(words);
+        const Outcome outcome = control.end();
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+    }
+
     void open() { terminal_.reset(::open(link().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)); }
     void close() { terminal_.reset(); }
     int fd() const { return terminal_.get(); }
@@ -289,7 +298,8 @@ template <typename Row> std::string nameOf(const ::testing::TestParamInfo<Row> &
 // ---- conversations from tests/vectors/at_dialogues.txt ----
 
 struct Step {
-    std::string send, reply; // to the last character; the reply may hold "<time>"
+    std::string send, reply;        // to the last character; the reply may hold "<time>"
+    std::vector<std::string> event; // instead of what is sent
 };
 
 struct Script {
@@ -333,17 +343,37 @@ private:
         Script &script = scripts.back();
         if (line.starts_with("--")) {
             const std::size_t blank = line.find(' ');
-            script.options.insert(script.options.end(),
-                                  {line.substr(0, blank), line.substr(blank + 1)});
+            script.options.push_back(line.substr(0, blank));
+            if (blank != std::string::npos) { script.options.push_back(line.substr(blank + 1)); }
+            return true;
+        }
+        if (line.starts_with("! ")) {
+            script.steps.push_back({"", "", wordsOf(text)});
             return true;
         }
         if (line.starts_with("> ")) {
             const bool ended =
                 text.ends_with('\r') || text.ends_with('\x1A') || text.ends_with('\x1B');
-            script.steps.push_back({ended ? text : text + "\r", ""});
+            script.steps.push_back({ended ? text : text + "\r", "", {}});
             return true;
         }
         return !script.steps.empty() && takeReply(line, text, script.steps.back().reply);
+    }
+
+    // Words between blanks; 'one of several words' between quotes.
+    static std::vector<std::string> wordsOf(const std::string &text) {
+        std::vector<std::string> words{""};
+        bool quoted = false;
+        for (const char c : text) {
+            if (c == '\'') {
+                quoted = !quoted;
+            } else if (c == ' ' && !quoted) {
+                words.emplace_back();
+            } else {
+                words.back() += c;
+            }
+        }
+        return words;
     }
 
     static bool takeReply(const std::string &line, const std::string &text, std::string &reply) {
@@ -408,7 +438,11 @@ class AtDialogue : public ::testing::TestWithParam<Script> {};
 TEST_P(AtDialogue, Runs) {
     Quiet modem(GetParam().options);
     for (const Step &step : GetParam().steps) {
-        modem.write(step.send);
+        if (step.event.empty()) {
+            modem.write(step.send);
+        } else {
+            modem.letHappen(step.event);
+        }
         const std::string reply = modem.readUntil([&](const std::string &text) {
             return withoutTimes(step.reply, text).size() >= step.reply.size();
         });
@@ -789,12 +823,116 @@ TEST(Program, ALinkThatPointsElsewhereByNowIsLeft) {
     const fs::path link = directory / "modem";
     Process first({"--link", link.string()});
     first.readLine();
-    Process second({"--link", link.string()});
+    Process second({"--link", link.string(), "--ctl", (directory / "second.ctl").string()});
     second.readLine();
     EXPECT_EQ(first.end(SIGTERM).status, 0);
     EXPECT_TRUE(fs::exists(link));
     EXPECT_EQ(second.end(SIGTERM).status, 0);
     EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
+}
+
+TEST(Program, ASecondModemOfTheSameControlSocketIsRefused) {
+    Modem modem;
+    Process second({"--link", modem.link().string()});
+    const Outcome outcome = second.end();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "smspb-simmodem: " + modem.link().string() +
+                                  ".ctl is served by another simulated modem\n");
+}
+
+TEST(Program, AControlSocketThatAKilledRunLeftIsReplaced) {
+    Directory directory;
+    const std::string link = (directory / "modem").string();
+    {
+        Process killed({"--link", link});
+        killed.readLine();
+        killed.end(SIGKILL);
+    }
+    ASSERT_TRUE(fs::is_socket(fs::status(link + ".ctl")));
+    Process process({"--link", link});
+    EXPECT_EQ(process.readLine(), "ready: " + link + "\n");
+    EXPECT_EQ(fs::status(link + ".ctl").permissions(), fs::perms(0600));
+    EXPECT_EQ(process.end(SIGTERM).status, 0);
+    EXPECT_FALSE(fs::exists(link + ".ctl"));
+}
+
+// ---- events that cannot be ----
+
+struct BadEvent {
+    const char *name;
+    std::vector<std::string> words;
+    std::string error;
+};
+
+void PrintTo(const BadEvent &event, std::ostream *out) { *out << event.name; }
+
+class Events : public ::testing::TestWithParam<BadEvent> {};
+
+TEST_P(Events, AreRefusedWithWhatWouldBeRight) {
+    Quiet modem;
+    std::vector<std::string> words{"ctl", "--link", modem.link().string()};
+    words.insert(words.end(), GetParam().words.begin(), GetParam().words.end());
+    Process control(words);
+    const Outcome outcome = control.end();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "smspb-simmodem ctl: " + GetParam().error + "\n");
+    EXPECT_EQ(modem.ask("AT"), OK) << "the modem is not disturbed";
+}
+
+const std::string NO_SENDER = " is no sender: a number, or 11 characters of the GSM alphabet";
+const std::string NO_ZONE = " is no zone: +01:00, in quarter hours, 19:45 at most";
+const std::string NO_FIT = "the text does not fit: 255 parts at most, and the GSM alphabet for gsm";
+
+INSTANTIATE_TEST_SUITE_P(
+    Refused, Events,
+    ::testing::Values(
+        BadEvent{
+            "NumberTooLong",
+            {"text", "123456789012345678901", "x"},
+            "\"123456789012345678901\"" + NO_SENDER
+},
+        BadEvent{"NameTooLong", {"text", "twelve chars", "x"}, "\"twelve chars\"" + NO_SENDER},
+        BadEvent{"NameWithoutSeptets", {"text", "Привет", "x"}, "\"Привет\"" + NO_SENDER},
+        BadEvent{"Class", {"text", "1", "x", "--class", "4"}, "\"class\" is a number from 0 to 3"},
+        BadEvent{"Coding",
+                 {"text", "1", "x", "--coding", "8bit"},
+                 "\"8bit\" is no coding: auto, gsm or ucs2"},
+        BadEvent{"GsmForWhatItLacks", {"text", "1", "Привет", "--coding", "gsm"}, NO_FIT},
+        BadEvent{"TooLong", {"text", "1", std::string(255 * 153 + 1, 'x')}, NO_FIT},
+        BadEvent{"NoUtf8", {"text", "1", "\xC3("}, "a text of the event is no UTF-8"},
+        BadEvent{"Zone", {"text", "1", "x", "--zone", "+1:00"}, "\"+1:00\"" + NO_ZONE},
+        BadEvent{"ZoneMinutes", {"text", "1", "x", "--zone", "+01:20"}, "\"+01:20\"" + NO_ZONE},
+        BadEvent{"ZoneTooFar", {"text", "1", "x", "--zone", "+20:00"}, "\"+20:00\"" + NO_ZONE},
+        BadEvent{"Time",
+                 {"text", "1", "x", "--time", "noon"},
+                 "\"noon\" is no time: 2026-11-21 10:00:00"},
+        BadEvent{
+            "PduText", {"pdu", "0G"}, "\"0G\" is no TPDU in hexadecimal, without a service centre"},
+        BadEvent{"PduType",
+                 {"pdu", "01"},
+                 "the TPDU is neither a whole DELIVER nor a whole STATUS-REPORT"},
+        BadEvent{"Reference", {"report", "256"}, "\"reference\" is a number from 0 to 255"},
+        BadEvent{"ReportTo", {"report", "1", "--to", "x"}, "\"x\" is no number"},
+        BadEvent{"PageTooLong",
+                 {"page", std::string(15 * 93 + 1, 'x')},
+                 "the text does not fit: 15 pages at most, and the GSM alphabet for gsm"},
+        BadEvent{"Caller", {"ring", "x"}, "\"x\" is no number"},
+        BadEvent{
+            "UssdStatus", {"ussd", "x", "--status", "6"}, "\"status\" is a number from 0 to 5"},
+        BadEvent{"Sim", {"sim", "eject"}, "\"eject\" is neither remove nor insert"},
+        BadEvent{"Storage", {"storage", "fill", "mt"}, "\"MT\" is no storage: SM or ME"},
+        BadEvent{
+            "StorageAction", {"storage", "shake", "sm"}, "\"shake\" is neither fill nor clear"}),
+    [](const auto &event) { return std::string(event.param.name); });
+
+TEST(Control, NobodyThereIsSaid) {
+    Directory directory;
+    Process control({"ctl", "--link", (directory / "modem").string(), "status"});
+    const Outcome outcome = control.end();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "smspb-simmodem: no simulated modem listens at " +
+                                  (directory / "modem.ctl").string() +
+                                  ": No such file or directory\n");
 }
 
 struct Refusal {

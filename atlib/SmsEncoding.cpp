@@ -430,20 +430,25 @@ static inline void packGroup(const u8 *chars, u8 *out) {
     }
 }
 
+// Where packing stands: character, octet, and the character's bits that are out already.
+struct PackPlace {
+    u32 i, p, bits;
+};
+
+// The first octet behind `fill` bits.
+static PackPlace packBehindFill(const u8 *chars, u32 count, u32 fill, u8 *out) {
+    if (fill == 0) { return {0, 0, 0}; }
+    if (count > 0) { out[0] = low8(out[0] | static_cast<u32>(chars[0]) << fill); }
+    if (fill == 1) { return {1, 1, 0}; }
+    return {0, 1, 8 - fill};
+}
+
 u16 wms_ts_pack_gw_7_bit_chars(const u8 *chars, u16 count, u16 shift, u16 out_limit, u8 *out) {
     if (chars == nullptr || out == nullptr || out_limit == 0) { return 0; }
-    u32 i = 0;
-    u32 p = 0;
-    u32 bits = shift % 7u;
-    if (bits != 0) {
-        if (count > 0) { out[0] = low8(out[0] | static_cast<u32>(chars[0]) << bits); }
-        p = 1;
-        bits = 8 - bits;
-        if (bits == 7) {
-            bits = 0;
-            i = 1;
-        }
-    }
+    const PackPlace at = packBehindFill(chars, count, shift % 7u, out);
+    u32 i = at.i;
+    u32 p = at.p;
+    u32 bits = at.bits;
     while (bits == 0 && i + GROUP_SEPTETS <= count && p + GROUP_OCTETS <= out_limit) {
         packGroup(chars + i, out + p);
         i += GROUP_SEPTETS;

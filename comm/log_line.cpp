@@ -15,9 +15,24 @@ static const off_t ROTATION_SIZE = 262144; // octets; one more and the file is r
 static const mode_t LOG_MODE = 0666;       // less the process's umask, as fopen() creates files
 enum { LINE_ROOM = 1536 }; // the longest reply, 1,024 octets, and what stands around it
 
+// Opens the file and tells its size. A FIFO is refused since it kills its writer when the reader
+// goes, a file with a second name since it may be somebody's own.
+static int openPlainFile(const char *path, off_t *size) {
+    const int file =
+        open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, LOG_MODE);
+    if (file < 0) { return -1; }
+    struct stat status;
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1) {
+        *size = status.st_size;
+        return file;
+    }
+    close(file);
+    return -1;
+}
+
 int openLogFile(const char *path) {
-    return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-                LOG_MODE);
+    off_t size = 0;
+    return openPlainFile(path, &size);
 }
 
 static void writeAll(int log, const char *text, size_t length) {
@@ -41,35 +56,42 @@ static char *putPlace(char *out, const char *source, const char *function, unsig
     return out;
 }
 
-// One write for a line that fits, so that lines of several processes stay whole.
-__attribute__((format(printf, 5, 0))) static void writeLine(int log, const char *source,
-                                                            const char *function, int line,
-                                                            const char *format, va_list values) {
+// One write for a line that fits, so that lines of several processes stay whole. Returns its
+// octets.
+__attribute__((format(printf, 5, 0))) static off_t writeLine(int log, const char *source,
+                                                             const char *function, int line,
+                                                             const char *format, va_list values) {
     char text[LINE_ROOM];
     char *const message = putPlace(text, source, function, static_cast<unsigned>(line));
     const size_t place = static_cast<size_t>(message - text);
     va_list again;
     va_copy(again, values);
     const int length = vsnprintf(message, LINE_ROOM - place, format, values);
-    const bool fits = length >= 0 && static_cast<size_t>(length) < LINE_ROOM - place;
-    if (length >= 0) { writeAll(log, text, fits ? place + static_cast<size_t>(length) : place); }
-    if (length >= 0 && !fits) { vdprintf(log, format, again); }
+    const size_t octets = length >= 0 ? place + static_cast<size_t>(length) : 0;
+    if (octets != 0) { writeAll(log, text, octets < LINE_ROOM ? octets : place); }
+    if (octets >= LINE_ROOM) { vdprintf(log, format, again); }
     va_end(again);
+    return static_cast<off_t>(octets);
+}
+
+static void rotateWhenFull() {
+    struct stat status;
+    if (lstat(CURRENT_LOG, &status) == 0 && status.st_size > ROTATION_SIZE) {
+        rename(CURRENT_LOG, PREVIOUS_LOG);
+    }
 }
 
 void logLine(const char *source, const char *function, int line, const char *format, ...) {
     const int callersError = errno;
-    const int log = openLogFile(CURRENT_LOG);
+    off_t size = ROTATION_SIZE + 1; // when it is not known
+    const int log = openPlainFile(CURRENT_LOG, &size);
     if (log >= 0) {
         va_list values;
         va_start(values, format);
-        writeLine(log, source, function, line, format, values);
+        size += writeLine(log, source, function, line, format, values);
         va_end(values);
         close(log);
     }
-    struct stat status;
-    if (stat(CURRENT_LOG, &status) == 0 && status.st_size > ROTATION_SIZE) {
-        rename(CURRENT_LOG, PREVIOUS_LOG);
-    }
+    if (size > ROTATION_SIZE) { rotateWhenFull(); }
     errno = callersError;
 }

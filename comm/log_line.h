@@ -8,8 +8,9 @@
 __attribute__((format(printf, 4, 5))) void logLine(const char *source, const char *function,
                                                    int line, const char *format, ...);
 
-// Opens a log file for appending. Never blocks on a FIFO, never follows a symbolic link: /tmp is
-// everybody's. Returns the descriptor, -1 on failure.
+// Opens a log file for appending. /tmp is everybody's: never blocks on a FIFO nor writes to one,
+// never follows a symbolic link nor takes a file that has a second name. Returns the descriptor, -1
+// on failure.
 int openLogFile(const char *path);
 
 // Each source file defines LOG_SOURCE, its name as the log shows it.

@@ -93,6 +93,8 @@ FILE *__real_fopen(const char *path, const char *mode);
 FILE *__real_fopen64(const char *path, const char *mode);
 int __real_stat(const char *path, void *status);
 int __real_stat64(const char *path, void *status);
+int __real_lstat(const char *path, void *status);
+int __real_lstat64(const char *path, void *status);
 int __real_rename(const char *from, const char *to);
 
 int __wrap_open(const char *path, int flags, ...);
@@ -101,6 +103,8 @@ FILE *__wrap_fopen(const char *path, const char *mode);
 FILE *__wrap_fopen64(const char *path, const char *mode);
 int __wrap_stat(const char *path, void *status);
 int __wrap_stat64(const char *path, void *status);
+int __wrap_lstat(const char *path, void *status);
+int __wrap_lstat64(const char *path, void *status);
 int __wrap_rename(const char *from, const char *to);
 
 int __wrap_open(const char *path, int flags, ...) {
@@ -139,6 +143,16 @@ int __wrap_stat(const char *path, void *status) {
 int __wrap_stat64(const char *path, void *status) {
     return support::refuseStatus(path) ? -1
                                        : __real_stat64(support::privatePath(path).c_str(), status);
+}
+
+int __wrap_lstat(const char *path, void *status) {
+    return support::refuseStatus(path) ? -1
+                                       : __real_lstat(support::privatePath(path).c_str(), status);
+}
+
+int __wrap_lstat64(const char *path, void *status) {
+    return support::refuseStatus(path) ? -1
+                                       : __real_lstat64(support::privatePath(path).c_str(), status);
 }
 
 int __wrap_rename(const char *from, const char *to) {

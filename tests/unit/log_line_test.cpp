@@ -139,6 +139,28 @@ TEST_F(Log, FullFifoDropsTheLineAndDoesNotBlock) {
     close(reader);
 }
 
+TEST_F(Log, FifoWithAReaderGetsNothing) {
+    const std::string fifo = privatePath(CURRENT_LOG);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    logShortLine();
+    char octet = 0;
+    EXPECT_LE(read(reader, &octet, 1), 0) << "who closes it would kill the writer";
+    close(reader);
+}
+
+TEST_F(Log, FileWithASecondNameIsNotWrittenTo) {
+    const std::string mine = privatePath(CURRENT_LOG) + ".mine";
+    std::ofstream(mine) << "mine";
+    std::filesystem::create_hard_link(mine, privatePath(CURRENT_LOG));
+    logShortLine();
+    std::string text;
+    std::ifstream(mine) >> text;
+    EXPECT_EQ(text, "mine");
+    std::filesystem::remove(mine);
+}
+
 TEST_F(Log, DescriptorIsNotInherited) {
     const int log = openLogFile(CURRENT_LOG);
     ASSERT_GE(log, 0);

@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs all tests: on this machine, on this machine
 # with AddressSanitizer and UndefinedBehaviorSanitizer, and the library's as 32-bit big-endian MIPS
-# under qemu-user. Then the library's line coverage and its size on MIPS.
+# under qemu-user. Then sixteen threads under ThreadSanitizer, ten seconds of each fuzz target, the
+# library's line coverage, and its size on MIPS. "test.sh nightly" fuzzes for a minute each and runs the
+# static tools.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
 . "$(dirname "$0")/common.sh"
 
 need_packages "${BUILD_PACKAGES[@]}" "${MIPS_PACKAGES[@]}" "${CHECK_PACKAGES[@]}"
 
+nightly=${1:-}
 failed=0
-for preset in host asan mips coverage; do
+for preset in host asan mips coverage tsan; do
     say "$preset: build"
     build "$preset"
     say "$preset: test"
@@ -22,6 +25,12 @@ gcovr --root . --object-directory build/coverage --filter 'comm/' --filter 'atli
     --exclude-unreachable-branches --fail-under-line 95 build/coverage || failed=1
 
 scripts/size.sh || failed=1
+if [ "$nightly" = nightly ]; then
+    scripts/fuzz.sh 60 || failed=1
+    scripts/lint.sh --all || failed=1
+else
+    scripts/fuzz.sh 10 || failed=1
+fi
 
 say "tests"
 python3 scripts/count_tests.py host asan mips || failed=1

@@ -326,7 +326,7 @@ static u32 sendBatch(Batch *batch) {
 }
 
 u32 SM_DeleteMultiItems(const i32 *indexes, i32 count) {
-    Batch batch;
+    Batch batch = {};
     startBatch(&batch);
     for (i32 i = 0; i < count; i++) {
         if (indexes[i] == 0) { return PB_UNREADABLE; }

@@ -844,6 +844,7 @@ u32 wms_ts_encode_deliver(const SmsDeliver *deliver, SmsRawTpdu *raw) {
     if (deliver == nullptr || raw == nullptr) { return TS_NULL_POINTER; }
     OctetWriter out = clearedTpdu(raw);
     const u32 lastMessage = bitIf(deliver->more_msgs == 0, TP_MMS);
+    // cppcheck-suppress badBitmaskCheck ; the type's bits are 0, and are named all the same
     putOctet(&out, TP_MTI_DELIVER | lastMessage |
                        bitIf(deliver->status_report_enabled != 0, TP_SRI) |
                        bitIf(deliver->udh_present != 0, TP_UDHI) |

@@ -65,7 +65,7 @@ static constexpr SeptetTable invertAlphabet() {
         const u16 unit = GSM_ALPHABET[septet];
         if (unit < LATIN_UNITS) {
             table.latin[unit] = septet;
-        } else {
+        } else if (unit >= GREEK_FIRST) {
             table.greek[unit - GREEK_FIRST] = septet;
         }
     }
@@ -96,7 +96,7 @@ u32 sms_IsUnicode(u16 c) { return c != 0 && septetOf(c) == NO_SEPTET ? 1 : 0; }
 // The alphabet that holds a whole text, and its length.
 static u32 alphabetOf(const u16 *text, u32 *length) {
     const u16 *c = text;
-    while (septetOf(*c) != NO_SEPTET) { c++; } // the end, too, is no septet
+    while (*c != 0 && septetOf(*c) != NO_SEPTET) { c++; }
     const u32 mapped = static_cast<u32>(c - text);
     *length = mapped + sms_wstrlen(c);
     return *length == mapped ? ALPHABET_GSM_7BIT : ALPHABET_UCS2;
@@ -484,7 +484,7 @@ static u32 narrow(const u16 *text, u32 limit, char *out) {
 }
 
 u8 sms_WStrNumberToWmsAddress(const u16 *number, SmsAddress *address) {
-    char text[256];
+    char text[256] = {0};
     narrow(number, low8(sms_wstrlen(number)), text);
     return wms_number_to_address(text, address);
 }
@@ -612,22 +612,29 @@ u32 wms_encode_at_cmd_pdu(const SmsAtMessage *message, char *out, u32 *tpdu_leng
     return TS_OK;
 }
 
+static const u32 NO_PAIR = UINT32_MAX;
+
+// The value of the next two characters, of one at the text's end, 0 behind it.
+static inline u32 takeHexPair(const char **hex) {
+    const char *c = *hex;
+    if (c[0] == '\0') { return 0; }
+    const u32 first = digitValue(c[0]);
+    *hex = c + 1;
+    if (c[1] == '\0') { return first != NO_DIGIT ? first : NO_PAIR; }
+    const u32 second = digitValue(c[1]);
+    *hex = c + 2;
+    return first != NO_DIGIT && second != NO_DIGIT ? first * 16 + second : NO_PAIR;
+}
+
 u32 dsatetsismsi_encode_pdu(const char *hex, u8 *out, u32 count) {
     u32 malformed = 0;
     u32 octet = 0;
-    for (u8 *const end = out + count; out != end; out++) {
-        if (hex[0] == '\0') {
-            octet = 0; // behind the text's end
+    for (const u8 *const end = out + count; out != end; out++) {
+        const u32 value = takeHexPair(&hex);
+        if (value != NO_PAIR) {
+            octet = value;
         } else {
-            const u32 first = digitValue(hex[0]);
-            const bool pair = hex[1] != '\0'; // else the text ends within it
-            const u32 second = pair ? digitValue(hex[1]) : 0u;
-            hex += pair ? 2 : 1;
-            if (first != NO_DIGIT && second != NO_DIGIT) {
-                octet = pair ? first * 16 + second : first;
-            } else {
-                malformed = 1;
-            }
+            malformed = 1;
         }
         *out = low8(octet); // KEPT: a bad pair stores the one before it again; callers rely on it.
     }

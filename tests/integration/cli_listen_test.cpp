@@ -186,6 +186,60 @@ TEST_F(Listen, AStoredReportIsReadFromItsStorage) {
     EXPECT_EQ(json({"inbox"})["used"], 0);
 }
 
+// Each of them from outside, as the network does it.
+
+TEST_F(Listen, WhatComesFromTheNetworkArrivesWholeAndOnce) {
+    const auto listener = listen({"--json"});
+    const std::string text = "Привет из сети. " + std::string(200, 'x');
+    happen({"text", "+491701234567", text, "--time", "2026-11-21 10:00:00", "--zone", "+05:45"});
+    const Json message = next(*listener);
+    EXPECT_EQ(message["kind"], "message");
+    EXPECT_EQ(message["from"], "+491701234567");
+    EXPECT_EQ(message["text"], text);
+    EXPECT_EQ(message["complete"], true);
+    EXPECT_TRUE(contains(message.dump(), "2026-11-21T10:00:00+05:45")) << message;
+
+    happen({"text", "SMSPB Info", "Look {here} for 5 €", "--class", "0"});
+    const Json flash = next(*listener);
+    EXPECT_EQ(flash["kind"], "flash");
+    EXPECT_EQ(flash["from"], "SMSPB Info");
+    EXPECT_EQ(flash["text"], "Look {here} for 5 €");
+
+    happen({"page", std::string(93, 'p') + " second page", "--id", "911"});
+    const Json page = next(*listener);
+    EXPECT_EQ(page["kind"], "page");
+    EXPECT_EQ(page["from"], "911");
+    EXPECT_EQ(page["text"], std::string(93, 'p') + " second page");
+    EXPECT_EQ(page["pages"]["total"], 2);
+
+    EXPECT_EQ(run({"send", "--report", "+491701234567", "Are you there?"}).code, OK);
+    const Json report = next(*listener);
+    EXPECT_EQ(report["kind"], "report");
+    EXPECT_EQ(report["from"], "+491701234567");
+    EXPECT_TRUE(report.contains("sent")) << "it is known what this answers: " << report;
+
+    happen({"ring", "+491701234567"});
+    EXPECT_EQ(next(*listener)["kind"], "call");
+    happen({"sim", "remove"});
+    EXPECT_EQ(next(*listener)["raw"], Json({"Sim card removed"}));
+    EXPECT_EQ(end(*listener).out, "");
+}
+
+TEST_F(Listen, ALongTextFromTheNetworkIsHeardOnceThoughItsPartsInterruptCommands) {
+    start({"--interject", "--latency", "1"});
+    indicate("2,1,2,1,0");
+    const auto listener = listen({"--json"});
+    std::thread others([this] {
+        for (int i = 0; i < 20; i++) { EXPECT_EQ(run({"at", "AT+CSQ"}).out, "+CSQ: 21,99\nOK\n"); }
+    });
+    const std::string text = std::string(1500, 'n');
+    happen({"text", "+491701234567", text});
+    const Json event = next(*listener);
+    others.join();
+    EXPECT_EQ(event["text"], text);
+    EXPECT_EQ(end(*listener).out, "");
+}
+
 TEST_F(Listen, TheTwoPagesOfACellBroadcastAreOneEvent) {
     const auto listener = listen({"--json"});
     // Serial 0x0010, channel 50, English: "a" 93 times, and "bcd" with its padding.

@@ -307,6 +307,16 @@ protected:
         ASSERT_EQ(result.code, OK) << result;
     }
 
+    // What comes from the network, or from the SIM's slot.
+    void happen(const Arguments &event) const {
+        Arguments all = {SIMMODEM_PROGRAM, "ctl", "--link", (directory_ / "terminal").string()};
+        all.insert(all.end(), event.begin(), event.end());
+        Process control(all, environment());
+        Result result;
+        result.code = exitCode(control.finish(result.out, result.err));
+        ASSERT_EQ(result.code, OK) << result;
+    }
+
     void fault(const std::string &fault) const {
         ASSERT_EQ(run({"at", "AT^FAULT=\"" + fault + "\""}).code, OK);
     }

@@ -20,7 +20,7 @@ target_compile_options(smspb_objects PRIVATE
   -fno-move-loop-invariants -fno-guess-branch-probability>)
 target_link_libraries(smspb_objects PRIVATE smspb_warnings)
 if(SMSPB_COVERAGE)
-  target_compile_options(smspb_objects PRIVATE --coverage -O0)
+  target_compile_options(smspb_objects PRIVATE --coverage -fprofile-update=atomic -O0)
   target_link_options(smspb_objects INTERFACE --coverage)
 endif()
 

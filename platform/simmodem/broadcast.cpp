@@ -1,6 +1,7 @@
 #include "broadcast.h"
 
 #include "charset.h"
+#include "message_text.h"
 #include "modem.h"
 #include "network.h"
 #include "text.h"
@@ -18,17 +19,14 @@ std::uint8_t octet(std::size_t value) { return static_cast<std::uint8_t>(value &
 // The rest of a page is CR.
 std::vector<Octets> contents(std::u16string_view text, bool ucs2) {
     const std::size_t size = ucs2 ? CONTENT_OCTETS : CONTENT_SEPTETS;
-    const Octets all = ucs2 ? toUcs2Octets(text) : toSeptets(text).value_or(Octets());
-    std::vector<Octets> pages;
-    for (std::size_t from = 0; from == 0 || from < all.size(); from += size) {
-        const auto begin = all.begin() + static_cast<std::ptrdiff_t>(from);
-        const std::size_t held = std::min(size, all.size() - from);
-        Octets page(begin, begin + static_cast<std::ptrdiff_t>(held));
+    std::vector<Octets> pages = ucs2 ? cutUnits(toUcs2Octets(text), size, size)
+                                     : cutSeptets(toSeptets(text).value_or(Octets()), size, size);
+    for (Octets &page : pages) {
         while (page.size() < size) {
             if (ucs2) { page.push_back(0); }
             page.push_back('\r');
         }
-        pages.push_back(ucs2 ? page : packSeptets(page));
+        if (!ucs2) { page = packSeptets(page); }
     }
     return pages;
 }

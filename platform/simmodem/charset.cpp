@@ -69,6 +69,9 @@ std::optional<char32_t> takeCodePoint(std::string_view &text) {
         if ((octet & 0xC0U) != 0x80) { return std::nullopt; }
         value = value << 6 | (octet & 0x3FU);
     }
+    const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
+    const bool surrogate = value >= 0xD800 && value < 0xE000;
+    if (overlong || surrogate || value > 0x10FFFF) { return std::nullopt; }
     text.remove_prefix(length);
     return value;
 }

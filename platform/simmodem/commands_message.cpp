@@ -174,6 +174,7 @@ Reply askForPdu(Modem &modem, const Command &command, PduHandler handler) {
     Reply reply;
     reply.onData = [length = *length, handler = std::move(handler)](Modem &m,
                                                                     std::string_view text) {
+        if (!m.simPresent) { return cmsError(CMS_NO_SIM); } // taken out at the prompt
         const auto pdu = pduFromText(text, length);
         return pdu ? handler(m, *pdu) : cmsError(CMS_INVALID_PDU_PARAMETER);
     };

@@ -20,17 +20,28 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t LINE_OCTETS_MAX = 65536;
 
+constexpr std::size_t CLIENTS_MAX = 16;
+constexpr std::chrono::milliseconds ACCEPT_AGAIN{100};
+
+std::string errorLine(const std::string &text) { return R"({"error":")" + text + "\"}\n"; }
+
 // One client. Lives as long as an operation of its own is under way.
 class Client : public std::enable_shared_from_this<Client> {
 public:
-    Client(Protocol::socket socket, const Control::Answer &answer)
-        : socket_(std::move(socket)), answer_(answer) {}
+    Client(Protocol::socket socket, const Control::Answer &answer, std::size_t &count)
+        : socket_(std::move(socket)), answer_(answer), count_(count) {
+        count_++;
+    }
+    ~Client() { count_--; }
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
 
     void readLine() {
         asio::async_read_until(
             socket_, asio::dynamic_buffer(received_, LINE_OCTETS_MAX), '\n',
             [self = shared_from_this()](asio::error_code error, std::size_t size) {
                 if (!error) { self->takeLine(size); }
+                if (error == asio::error::not_found) { self->refuseLine(); }
             });
     }
 
@@ -44,8 +55,16 @@ private:
                           });
     }
 
+    // What follows cannot be told from the rest of the line, so this is the end.
+    void refuseLine() {
+        sending_ = errorLine("a line is " + std::to_string(LINE_OCTETS_MAX) + " octets at most");
+        asio::async_write(socket_, asio::buffer(sending_),
+                          [self = shared_from_this()](asio::error_code, std::size_t) {});
+    }
+
     Protocol::socket socket_;
     const Control::Answer &answer_;
+    std::size_t &count_;
     std::string received_, sending_;
 };
 
@@ -79,7 +98,7 @@ Protocol::endpoint endpointAt(const fs::path &path) {
 } // namespace
 
 Control::Control(asio::io_context &io, fs::path path, Answer answer)
-    : path_(std::move(path)), answer_(std::move(answer)), acceptor_(io) {
+    : path_(std::move(path)), answer_(std::move(answer)), acceptor_(io), retry_(io) {
     const Protocol::endpoint endpoint = endpointAt(path_);
     removeStale(path_);
     acceptor_.open();
@@ -100,13 +119,29 @@ Control::~Control() {
 void Control::acceptNext() {
     acceptor_.async_accept([this](asio::error_code error, Protocol::socket socket) {
         if (error == asio::error::operation_aborted) { return; }
-        if (error) {
-            spdlog::warn("control socket: {}", error.message());
-        } else {
-            std::make_shared<Client>(std::move(socket), answer_)->readLine();
+        if (!error) {
+            welcome(std::move(socket));
+            return acceptNext();
         }
-        acceptNext();
+        // Out of descriptors, most likely: trying at once would only keep the modem from its work.
+        spdlog::debug("control socket: {}", error.message());
+        retry_.expires_after(ACCEPT_AGAIN);
+        retry_.async_wait([this](asio::error_code stopped) {
+            if (!stopped) { acceptNext(); }
+        });
     });
+}
+
+void Control::welcome(Protocol::socket socket) {
+    if (clients_ < CLIENTS_MAX) {
+        std::make_shared<Client>(std::move(socket), answer_, clients_)->readLine();
+        return;
+    }
+    const std::string refusal =
+        errorLine("there are " + std::to_string(CLIENTS_MAX) + " clients already");
+    asio::error_code ignored;
+    socket.non_blocking(true, ignored);
+    socket.write_some(asio::buffer(refusal), ignored);
 }
 
 fs::path controlPathOf(const fs::path &link) { return link.string() + ".ctl"; }

@@ -1,9 +1,10 @@
 // The control socket: a Unix stream socket on which a line of JSON asks and a line of JSON answers.
-// Any number of clients, any number of lines each.
+// Sixteen clients at a time, any number of lines each.
 #pragma once
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <asio/steady_timer.hpp>
 
 #include <filesystem>
 #include <functional>
@@ -25,10 +26,13 @@ public:
 
 private:
     void acceptNext();
+    void welcome(asio::local::stream_protocol::socket socket);
 
     std::filesystem::path path_;
     Answer answer_;
     asio::local::stream_protocol::acceptor acceptor_;
+    asio::steady_timer retry_;
+    std::size_t clients_ = 0;
 };
 
 // Where the control socket of a modem is, unless its user chose otherwise.

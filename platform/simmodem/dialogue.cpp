@@ -192,8 +192,7 @@ void Dialogue::finish(Result result) {
     const Milliseconds wait = latency_ + (late ? run_.fault->time() : Milliseconds(0));
     std::string text = spoiled(std::move(run_.information), resultText(modem_.settings, result));
     after(wait, [this, text = std::move(text)]() mutable {
-        if (modem_.interjects) { putUnsolicited(); }
-        put(std::move(text));
+        put(modem_.interjects ? interjected(std::move(text)) : std::move(text));
         endSilently();
     });
 }
@@ -233,6 +232,21 @@ void Dialogue::awaitUssd() {
 
 void Dialogue::flushUnsolicited() {
     if (!inCommand_) { putUnsolicited(); }
+}
+
+// What waits stands behind the first line of the reply's information, or before its result.
+std::string Dialogue::interjected(std::string text) {
+    const std::string lineEnd{modem_.settings.terminator(), modem_.settings.lineFeed()};
+    const std::size_t first = text.find(lineEnd, lineEnd.size());
+    const bool isLast = first == std::string::npos || first + lineEnd.size() == text.size();
+    std::size_t at = isLast ? 0 : first + lineEnd.size();
+    while (!modem_.unsolicited.empty()) {
+        const std::string line = informationText(modem_.settings, modem_.unsolicited.front());
+        modem_.unsolicited.pop_front();
+        text.insert(at, line);
+        at += line.size();
+    }
+    return text;
 }
 
 void Dialogue::putUnsolicited() {

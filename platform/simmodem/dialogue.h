@@ -59,6 +59,7 @@ private:
     std::string spoiled(std::string information, std::string result) const;
     void after(Milliseconds wait, std::function<void()> then);
     void awaitUssd();
+    std::string interjected(std::string text);
     void putUnsolicited();
     void put(std::string text);
 

@@ -73,8 +73,10 @@ int quarterHours(const std::string &zone) {
     char sign = 0;
     const int fields = std::sscanf(zone.c_str(), "%c%2d:%2d", &sign, &hours, &minutes);
     const int quarters = hours * 4 + minutes / 15;
-    if (fields != 3 || (sign != '+' && sign != '-') || minutes % 15 != 0 || minutes > 45 ||
-        quarters > QUARTERS_MAX || zone.size() != std::string_view("+00:00").size()) {
+    const bool digits = zone.find_first_not_of("0123456789", 1) == 3 && zone.size() == 6 &&
+                        isDigit(zone[4]) && isDigit(zone[5]);
+    if (fields != 3 || !digits || (sign != '+' && sign != '-') || minutes % 15 != 0 ||
+        minutes > 45 || quarters > QUARTERS_MAX) {
         refuse("\"" + zone + "\" is no zone: +01:00, in quarter hours, 19:45 at most");
     }
     return sign == '-' ? -quarters : quarters;
@@ -84,7 +86,10 @@ int quarterHours(const std::string &zone) {
 std::tm clockOf(const std::string &text) {
     std::tm clock{};
     const char *const end = ::strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &clock);
-    if (end == nullptr || *end != '\0') {
+    std::tm asIs = clock;
+    const bool isDate = ::timegm(&asIs) != -1 && asIs.tm_mday == clock.tm_mday &&
+                        asIs.tm_sec == clock.tm_sec && clock.tm_year >= 100 && clock.tm_year < 200;
+    if (end == nullptr || *end != '\0' || !isDate) {
         refuse("\"" + text + "\" is no time: 2026-11-21 10:00:00");
     }
     return clock;
@@ -120,10 +125,11 @@ Json message(Modem &modem, const Json &event) {
             : std::nullopt;
     const NetworkTime time = timeOf(event);
     const auto parts = messageParts(unitsOf(event, "text"), codingOf(event), messageClass,
-                                    modem.nextConcatenation++);
+                                    modem.nextConcatenation);
     if (!parts) {
         refuse("the text does not fit: 255 parts at most, and the GSM alphabet for gsm");
     }
+    if (parts->size() > 1) { modem.nextConcatenation++; }
     for (const Submit &part : *parts) {
         arrive(modem, Incoming::Kind::message, deliverTpdu(part, from, time));
     }
@@ -148,6 +154,7 @@ Json pdu(Modem &modem, const Json &event) {
 
 Json report(Modem &modem, const Json &event) {
     constexpr unsigned OCTET_MAX = 255;
+    if (!event.contains("reference")) { refuse("\"reference\" is missing"); }
     const std::string to = textOf(event, "to", modem.number);
     if (!isNumber(to)) { refuse("\"" + to + "\" is no number"); }
     const auto reference = static_cast<std::uint8_t>(numberOf(event, "reference", OCTET_MAX, 0));
@@ -164,10 +171,11 @@ Json page(Modem &modem, const Json &event) {
     Broadcast broadcast;
     broadcast.identifier = static_cast<std::uint16_t>(numberOf(event, "id", WORD_MAX, 50));
     broadcast.serialNumber =
-        static_cast<std::uint16_t>(numberOf(event, "serial", WORD_MAX, modem.nextSerialNumber++));
+        static_cast<std::uint16_t>(numberOf(event, "serial", WORD_MAX, modem.nextSerialNumber));
     broadcast.ucs2 = coding == Coding::ucs2 || (coding == Coding::automatic && !toSeptets(text));
     const auto pages = broadcastPages(broadcast, text);
     if (!pages) { refuse("the text does not fit: 15 pages at most, and the GSM alphabet for gsm"); }
+    if (!event.contains("serial")) { modem.nextSerialNumber++; }
     std::size_t received = 0;
     for (const Octets &octets : *pages) { received += receivePage(modem, octets) ? 1 : 0; }
     return {
@@ -182,20 +190,22 @@ Json ring(Modem &modem, const Json &event) {
     modem.unsolicited.push_back("RING");
     if (modem.settings.callerNumber) {
         const bool international = number.starts_with('+');
-        modem.unsolicited.push_back("+CLIP: " + quoted(std::string_view(number)) +
-                                    (international ? ",145" : ",129"));
+        const std::string type = number.empty() ? ",128" : international ? ",145" : ",129";
+        modem.unsolicited.push_back("+CLIP: " + quoted(std::string_view(number)) + type);
     }
     return Json::object();
 }
 
 Json ussd(Modem &modem, const Json &event) {
     constexpr unsigned STATUS_MAX = 5;
-    constexpr unsigned DCS_UCS2 = 72;
+    constexpr unsigned DCS_DEFAULT = 15, DCS_UCS2 = 72;
     UssdAnswer answer;
     answer.status = numberOf(event, "status", STATUS_MAX, 0);
     answer.form = event.contains("text") ? UssdAnswer::Form::text : UssdAnswer::Form::none;
     if (event.contains("text")) { answer.text = unitsOf(event, "text"); }
-    if (numberOf(event, "dcs", 255, 15) == DCS_UCS2) { answer.form = UssdAnswer::Form::ucs2; }
+    const unsigned dcs = numberOf(event, "dcs", 255, DCS_DEFAULT);
+    if (dcs != DCS_DEFAULT && dcs != DCS_UCS2) { refuse("\"dcs\" is 15, or 72 for UCS-2"); }
+    if (dcs == DCS_UCS2 && event.contains("text")) { answer.form = UssdAnswer::Form::ucs2; }
     if (answer.form == UssdAnswer::Form::text && !toSeptets(answer.text)) {
         answer.form = UssdAnswer::Form::ucs2;
     }
@@ -217,7 +227,10 @@ Json sim(Modem &modem, const Json &event) {
     }
     const bool wasPresent = std::exchange(modem.simPresent, action == "insert");
     if (wasPresent && !modem.simPresent) { modem.unsolicited.push_back("Sim card removed"); }
-    if (!wasPresent && modem.simPresent) { modem.unsolicited.push_back("+CPIN: READY"); }
+    if (!wasPresent && modem.simPresent) {
+        modem.unsolicited.push_back("+CPIN: READY");
+        receivePending(modem);
+    }
     return Json::object();
 }
 

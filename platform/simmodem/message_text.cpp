@@ -54,27 +54,25 @@ Submit ucs2Part(const Octets &octets, const Octets &header) {
     return part;
 }
 
-// An escape stays with what stands behind it.
-std::vector<Octets> cutSeptets(const Octets &septets) {
-    return cut(septets, SEPTETS_ALONE, SEPTETS_PART,
-               [](auto end) { return *(end - 1) != GSM_ESCAPE; });
+} // namespace
+
+std::vector<Octets> cutSeptets(const Octets &septets, std::size_t alone, std::size_t size) {
+    return cut(septets, alone, size, [](auto end) { return *(end - 1) != GSM_ESCAPE; });
 }
 
-// A unit stays whole, and so does a surrogate pair.
-std::vector<Octets> cutUnits(const Octets &octets) {
-    return cut(octets, OCTETS_ALONE, OCTETS_PART, [begin = octets.begin()](auto end) {
+std::vector<Octets> cutUnits(const Octets &octets, std::size_t alone, std::size_t size) {
+    return cut(octets, alone, size, [begin = octets.begin()](auto end) {
         return (end - begin) % 2 == 0 && (*end & 0xFC) != 0xDC;
     });
 }
-
-} // namespace
 
 std::optional<std::vector<Submit>> messageParts(std::u16string_view text, Coding coding,
                                                 std::optional<int> messageClass,
                                                 std::uint8_t reference) {
     const auto septets = coding == Coding::ucs2 ? std::nullopt : toSeptets(text);
     if (coding == Coding::gsm && !septets) { return std::nullopt; }
-    const auto pieces = septets ? cutSeptets(*septets) : cutUnits(toUcs2Octets(text));
+    const auto pieces = septets ? cutSeptets(*septets, SEPTETS_ALONE, SEPTETS_PART)
+                                : cutUnits(toUcs2Octets(text), OCTETS_ALONE, OCTETS_PART);
     if (pieces.size() > PARTS_MAX) { return std::nullopt; }
     std::vector<Submit> parts;
     for (std::size_t i = 0; i < pieces.size(); i++) {

@@ -19,4 +19,10 @@ std::optional<std::vector<Submit>> messageParts(std::u16string_view text, Coding
                                                 std::optional<int> messageClass,
                                                 std::uint8_t reference);
 
+// Septets in pieces of at most `size`, of which an escape and what stands behind it share one; and
+// units, high octet first, of which a surrogate pair does. All in one piece when they are no more
+// than `alone`.
+std::vector<Octets> cutSeptets(const Octets &septets, std::size_t alone, std::size_t size);
+std::vector<Octets> cutUnits(const Octets &octets, std::size_t alone, std::size_t size);
+
 } // namespace smspb::simmodem

@@ -4,7 +4,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <list>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -881,6 +885,7 @@ TEST_P(Events, AreRefusedWithWhatWouldBeRight) {
 
 const std::string NO_SENDER = " is no sender: a number, or 11 characters of the GSM alphabet";
 const std::string NO_ZONE = " is no zone: +01:00, in quarter hours, 19:45 at most";
+const std::string NO_UTF8 = "a text of the event is no UTF-8";
 const std::string NO_FIT = "the text does not fit: 255 parts at most, and the GSM alphabet for gsm";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -899,13 +904,19 @@ INSTANTIATE_TEST_SUITE_P(
                  "\"8bit\" is no coding: auto, gsm or ucs2"},
         BadEvent{"GsmForWhatItLacks", {"text", "1", "Привет", "--coding", "gsm"}, NO_FIT},
         BadEvent{"TooLong", {"text", "1", std::string(255 * 153 + 1, 'x')}, NO_FIT},
-        BadEvent{"NoUtf8", {"text", "1", "\xC3("}, "a text of the event is no UTF-8"},
+        BadEvent{"NoUtf8", {"text", "1", "\xC3("}, NO_UTF8},
+        BadEvent{"Utf8Overlong", {"text", "1", "\xE0\x81\x81"}, NO_UTF8},
+        BadEvent{"Utf8Surrogate", {"text", "1", "\xED\xB0\x80"}, NO_UTF8},
+        BadEvent{"Utf8BehindUnicode", {"text", "1", "\xF4\x90\x80\x80"}, NO_UTF8},
         BadEvent{"Zone", {"text", "1", "x", "--zone", "+1:00"}, "\"+1:00\"" + NO_ZONE},
         BadEvent{"ZoneMinutes", {"text", "1", "x", "--zone", "+01:20"}, "\"+01:20\"" + NO_ZONE},
         BadEvent{"ZoneTooFar", {"text", "1", "x", "--zone", "+20:00"}, "\"+20:00\"" + NO_ZONE},
         BadEvent{"Time",
                  {"text", "1", "x", "--time", "noon"},
                  "\"noon\" is no time: 2026-11-21 10:00:00"},
+        BadEvent{"Date",
+                 {"text", "1", "x", "--time", "2026-02-30 10:00:00"},
+                 "\"2026-02-30 10:00:00\" is no time: 2026-11-21 10:00:00"},
         BadEvent{
             "PduText", {"pdu", "0G"}, "\"0G\" is no TPDU in hexadecimal, without a service centre"},
         BadEvent{"PduType",
@@ -919,11 +930,91 @@ INSTANTIATE_TEST_SUITE_P(
         BadEvent{"Caller", {"ring", "x"}, "\"x\" is no number"},
         BadEvent{
             "UssdStatus", {"ussd", "x", "--status", "6"}, "\"status\" is a number from 0 to 5"},
+        BadEvent{"UssdCoding", {"ussd", "x", "--dcs", "16"}, "\"dcs\" is 15, or 72 for UCS-2"},
         BadEvent{"Sim", {"sim", "eject"}, "\"eject\" is neither remove nor insert"},
         BadEvent{"Storage", {"storage", "fill", "mt"}, "\"MT\" is no storage: SM or ME"},
         BadEvent{
             "StorageAction", {"storage", "shake", "sm"}, "\"shake\" is neither fill nor clear"}),
     [](const auto &event) { return std::string(event.param.name); });
+
+// A program that speaks to the control socket by itself.
+class RawClient {
+public:
+    explicit RawClient(const fs::path &path) : socket_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+        const timeval limit{5, 0};
+        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        connected_ =
+            ::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    }
+    ~RawClient() { ::close(socket_); }
+    RawClient(const RawClient &) = delete;
+    RawClient &operator=(const RawClient &) = delete;
+
+    [[nodiscard]] bool connected() const { return connected_; }
+
+    bool send(const std::string &octets) const {
+        return ::send(socket_, octets.data(), octets.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(octets.size());
+    }
+
+    // Up to and with the next line end; what there is when the other side hangs up.
+    [[nodiscard]] std::string readLine() const {
+        std::string line;
+        char c = 0;
+        while (!line.ends_with('\n') && ::recv(socket_, &c, 1, 0) == 1) { line += c; }
+        return line;
+    }
+
+private:
+    int socket_;
+    bool connected_ = false;
+};
+
+TEST(Control, ALineThatIsNoEventIsRefusedAndTheNextOneTaken) {
+    Quiet modem;
+    const RawClient client(modem.link().string() + ".ctl");
+    ASSERT_TRUE(client.connected());
+    for (const std::string line :
+         {"", "x", "{", "[]", "7", "null", "{}", R"({"event":7})", R"({"event":"dance"})", "\xFF",
+          R"({"event":"ring","number":7})", R"({"event":"report","reference":-1})"}) {
+        ASSERT_TRUE(client.send(line + "\n"));
+        EXPECT_TRUE(client.readLine().starts_with("{\"error\":\"")) << line;
+    }
+    ASSERT_TRUE(client.send(std::string(R"({"event":"ring"})") +
+                            "\n"
+                            R"({"event":"ring"})" +
+                            "\n"));
+    EXPECT_EQ(client.readLine(), "{}\n");
+    EXPECT_EQ(client.readLine(), "{}\n");
+}
+
+TEST(Control, ALineWithoutEndIsRefusedAtItsLimit) {
+    Quiet modem;
+    const RawClient client(modem.link().string() + ".ctl");
+    ASSERT_TRUE(client.send(std::string(65536, 'x')));
+    EXPECT_EQ(client.readLine(), "{\"error\":\"a line is 65536 octets at most\"}\n");
+    EXPECT_EQ(client.readLine(), "") << "and hung up";
+    EXPECT_EQ(modem.ask("AT"), OK);
+}
+
+TEST(Control, TheSeventeenthClientIsRefusedUntilAnotherLeaves) {
+    Quiet modem;
+    const fs::path path = modem.link().string() + ".ctl";
+    const auto rings = [](const RawClient &client) {
+        client.send("{\"event\":\"ring\"}\n");
+        return client.readLine();
+    };
+    std::list<RawClient> clients;
+    for (int i = 0; i < 16; i++) { EXPECT_EQ(rings(clients.emplace_back(path)), "{}\n"); }
+    EXPECT_EQ(RawClient(path).readLine(), "{\"error\":\"there are 16 clients already\"}\n");
+    clients.pop_back();
+    std::string answer;
+    for (int i = 0; i < 100 && answer != "{}\n"; i++) { answer = rings(RawClient(path)); }
+    EXPECT_EQ(answer, "{}\n");
+}
 
 TEST(Control, NobodyThereIsSaid) {
     Directory directory;

@@ -7,6 +7,7 @@ add_library(smspb_objects OBJECT
   atlib/SmsUtils.cpp
   atlib/CSMS.cpp
   atlib/CPbSIM.cpp)
+set_target_properties(smspb_objects PROPERTIES UNITY_BUILD OFF)
 target_compile_features(smspb_objects PUBLIC cxx_std_17)
 target_include_directories(smspb_objects PUBLIC "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(smspb_objects PRIVATE _FILE_OFFSET_BITS=64)

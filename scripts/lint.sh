@@ -20,7 +20,7 @@ build=${LINT_BUILD:-build/lint}
 failed=0
 
 # The compiler's own flags of each file, from clang's point of view.
-cmake --preset host -B "$build" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+cmake --preset host -B "$build" -DCMAKE_UNITY_BUILD=OFF -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
     >/dev/null
 library=(comm/*.cpp atlib/*.cpp)
 around=(platform/*/*.cpp tools/*.cpp)

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "tools/failure.h"
+#include "tools/malloced.h"
 #include "tools/text.h"
 
 namespace smspb::cli {
@@ -184,10 +185,6 @@ void setReference(SmsSegment &segment, const Number &number, u8 reference) {
     pdu.copy(segment.pdu, pdu.size());
 }
 
-struct Free {
-    void operator()(void *block) const { std::free(block); }
-};
-
 std::vector<SmsSegment> encode(const Number &number, std::u16string &units, bool reportRequested) {
     std::vector<u16> text(units.begin(), units.end());
     text.push_back(0);
@@ -198,7 +195,7 @@ std::vector<SmsSegment> encode(const Number &number, std::u16string &units, bool
     SmsSegment *block = nullptr;
     u8 count = 0;
     if (sms_encode_pdu(&request, &block, &count) != 0) { throw std::bad_alloc(); }
-    const std::unique_ptr<SmsSegment, Free> owner(block);
+    const Malloced<SmsSegment> owner(block);
     return {block, block + count};
 }
 

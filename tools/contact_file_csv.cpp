@@ -113,7 +113,7 @@ std::optional<std::size_t> columnNamed(const std::vector<std::string> &heads,
     return static_cast<std::size_t>(head - heads.begin());
 }
 
-std::string quoted(std::string_view field) {
+std::string csvField(std::string_view field) {
     if (field.find_first_of(",;\t\"\r\n") == field.npos) { return std::string(field); }
     std::string text = "\"";
     for (const char c : field) {
@@ -157,7 +157,7 @@ ContactFile parseCsv(std::string_view text) {
 std::string formatCsv(const std::vector<Contact> &contacts) {
     std::string text = fmt::format("{},{}\r\n", NAME_COLUMN, NUMBER_COLUMN);
     for (const Contact &contact : contacts) {
-        text += quoted(contact.name) + "," + quoted(contact.number) + "\r\n";
+        text += csvField(contact.name) + "," + csvField(contact.number) + "\r\n";
     }
     return text;
 }

@@ -165,13 +165,12 @@ private:
 
     // False when the modem did not answer, and it is worth asking again.
     bool handle(Arrival &arrival) {
-        using What = Indication::What;
         Indication &indication = arrival.indication;
         switch (indication.what) {
-        case What::STORED:
-        case What::STORED_REPORT: return handleStored(arrival);
-        case What::DIRECT:
-        case What::DIRECT_REPORT: {
+        case Indication::What::STORED:
+        case Indication::What::STORED_REPORT: return handleStored(arrival);
+        case Indication::What::DIRECT:
+        case Indication::What::DIRECT_REPORT: {
             Stored message;
             message.pdu = indication.pdu;
             message.announced = indication.raw;
@@ -179,7 +178,7 @@ private:
             take(std::move(message), arrival);
             return true;
         }
-        case What::PAGE: takePage(arrival); return true;
+        case Indication::What::PAGE: takePage(arrival); return true;
         default: emit(plainEvent(indication, arrival.time)); return true;
         }
     }

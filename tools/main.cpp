@@ -37,7 +37,8 @@ void describe(CLI::App &app, CommandLine &line) {
         "\n"
         "smspb COMMAND --help explains a command. Exit codes: 0 done, 1 unexpected,\n"
         "2 wrong usage, 3 bad PDU, 4 no modem manager, 5 no answer, 6 refused by the modem,\n"
-        "7 no such message, 8 done in part, 9 bad reply, 10 no simulation, 11 nothing came in time.");
+        "7 no such message, 8 done in part, 9 bad reply, 10 no simulation, 11 nothing came in "
+        "time.");
 }
 
 Exit perform(const CommandLine &line, const Console &console) {

@@ -16,6 +16,7 @@
 #include "atlib/USBModem.h"
 #include "tools/commands.h"
 #include "tools/compose.h"
+#include "tools/malloced.h"
 #include "tools/modem.h"
 #include "tools/sent_record.h"
 #include "tools/stored.h"
@@ -30,10 +31,6 @@ constexpr char FINAL_RESULTS[4][31] = {"OK", "ERROR", "+CMS ERROR:", "+CME ERROR
 
 // TS 27.005, <stat>, as the store request carries it.
 constexpr u32 STORED_UNSENT = 2, STORED_SENT = 3;
-
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
 
 // Hands one segment over; gives the reply, or null.
 using HandOver = std::function<void(const SmsSegment &segment, char **reply)>;
@@ -60,7 +57,7 @@ std::optional<u32> transferSegment(const Transfer &transfer, const SmsSegment &s
                                    const std::string &what) {
     char *block = nullptr;
     transfer.handOver(segment, &block);
-    const std::unique_ptr<char, Free> reply(block);
+    const Malloced<char> reply(block);
     if (!reply) { throw noAnswer(what, fmt::format("; it may be {} all the same", transfer.done)); }
     if (const auto error = errorOf(reply.get())) { throw refusal(*error, what); }
     return numberBehind(reply.get(), transfer.key);
@@ -164,13 +161,6 @@ std::optional<Stored> readPlace(u32 index, std::optional<ModemError> &refused) {
         return std::nullopt;
     }
     return storedFrom(reply, index);
-}
-
-// TS 27.005, 3.2.5: invalid memory index. TS 27.007, 9.2: invalid index, not found.
-bool meansEmpty(const ModemError &error) {
-    static constexpr u32 CMS_INVALID_INDEX = 321, CME_INVALID_INDEX = 21, CME_NOT_FOUND = 22;
-    if (error.isMessageService) { return error.number == CMS_INVALID_INDEX; }
-    return error.number == CME_INVALID_INDEX || error.number == CME_NOT_FOUND;
 }
 
 // Indexes begin with 0 or 1, as the modem likes it. Stops when everything that is held was found.

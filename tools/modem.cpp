@@ -12,6 +12,7 @@
 #include "atlib/CSMS.h"
 #include "atlib/USBModem.h"
 #include "platform/ipc/ipc_server.h"
+#include "tools/malloced.h"
 
 namespace smspb::cli {
 
@@ -24,13 +25,9 @@ constexpr const char *START_MANAGER =
 
 bool modemIsSilent = false;
 
-struct Free {
-    void operator()(char *text) const { std::free(text); }
-};
-
 std::optional<std::string> converse(const std::string &command, u32 waitMs) {
     const std::string line = command + "\r";
-    const std::unique_ptr<char, Free> reply(
+    const Malloced<char> reply(
         writeComm(line.c_str(), waitMs, 4, "OK", "ERROR", "+CMS ERROR:", "+CME ERROR:"));
     modemIsSilent = reply == nullptr;
     if (!reply) { return std::nullopt; }
@@ -78,6 +75,12 @@ std::string ask(const std::string &command, std::string_view what) {
     std::string reply = run(command, what);
     if (const auto error = errorOf(reply)) { throw refusal(*error, what); }
     return reply;
+}
+
+bool meansEmpty(const ModemError &error) {
+    static constexpr u32 CMS_INVALID_INDEX = 321, CME_INVALID_INDEX = 21, CME_NOT_FOUND = 22;
+    if (error.isMessageService) { return error.number == CMS_INVALID_INDEX; }
+    return error.number == CME_INVALID_INDEX || error.number == CME_NOT_FOUND;
 }
 
 Failure refusal(const ModemError &error, std::string_view what) {
@@ -142,8 +145,7 @@ SelectedStorage::SelectedStorage(u32 storage) : selected_(storageName(storage)) 
 
 SelectedStorage::SelectedStorage(std::string_view name) : selected_(name) {
     keepFormer();
-    ask(fmt::format("AT+CPMS=\"{}\"", selected_),
-        fmt::format("select the storage {}", selected_));
+    ask(fmt::format("AT+CPMS=\"{}\"", selected_), fmt::format("select the storage {}", selected_));
 }
 
 void SelectedStorage::keepFormer() {

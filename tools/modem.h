@@ -28,6 +28,10 @@ std::string run(const std::string &command, std::string_view what, u32 waitMs = 
 // The same, and an error of the modem is a Failure too.
 std::string ask(const std::string &command, std::string_view what);
 
+// Whether the error is what modems call an empty location: TS 27.005, 3.2.5: invalid memory index;
+// TS 27.007, 9.2: invalid index, not found.
+bool meansEmpty(const ModemError &error);
+
 // The Failure for a modem's error.
 Failure refusal(const ModemError &error, std::string_view what);
 

@@ -92,7 +92,8 @@ std::string layOut(const Table &table, std::size_t columns) {
 }
 
 std::string serialized(const Json &document, bool oneLine) {
-    const std::string plain = document.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace);
+    const std::string plain =
+        document.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace);
     std::string text;
     // Line ends stand between the values, everything else that is dangerous within strings only,
     // where an escape means the same.

@@ -23,7 +23,7 @@ constexpr u8 SEPTETS_MAX = 160, OCTETS_MAX = 140; // TS 23.040, 9.2.3.16
 
 // TS 23.040, 9.2.2: first octet.
 constexpr u8 TP_VPF = 0x18, TP_UDHI = 0x40;
-constexpr u8 PI_PID = 0x01, PI_DCS = 0x02, PI_UDL = 0x04, PI_NONE = 0xFF;
+constexpr u8 PI_NONE = 0xFF;
 
 [[noreturn]] void refuse(const std::string &what, const std::string &hint = "") {
     throw Failure(Exit::BAD_PDU, "not a PDU: " + what, hint);

@@ -12,6 +12,9 @@
 
 namespace smspb::cli {
 
+// TP-PI: what a report has of the optional fields (9.2.3.27).
+inline constexpr u8 PI_PID = 0x01, PI_DCS = 0x02, PI_UDL = 0x04;
+
 // TP-UD.
 struct UserDataLayout {
     bool isPresent = false;

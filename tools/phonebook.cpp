@@ -69,12 +69,6 @@ std::string firstQuoted(const std::string &reply) {
     return close == reply.npos ? "" : reply.substr(open + 1, close - open - 1);
 }
 
-// TS 27.007, 9.2: what modems call an empty location.
-bool meansEmpty(const ModemError &error) {
-    static constexpr u32 INVALID_INDEX = 21, NOT_FOUND = 22;
-    return !error.isMessageService && (error.number == INVALID_INDEX || error.number == NOT_FOUND);
-}
-
 // The next step where the one for messages does not fit.
 void adaptHint(Failure &failure) {
     static constexpr u32 MEMORY_FULL = 20, TEXT_TOO_LONG = 24;

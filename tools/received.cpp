@@ -16,7 +16,6 @@ namespace smspb::cli {
 
 namespace {
 
-constexpr u8 ESCAPE = 0x1B;         // TS 23.038, 6.2.1
 constexpr u8 EURO_EXTENSION = 0x65; // 6.2.1.1
 constexpr char16_t EURO_SIGN = 0x20AC;
 
@@ -27,7 +26,7 @@ constexpr char16_t EURO_SIGN = 0x20AC;
 std::u16string fromSeptets(std::span<const u8> septets) {
     std::u16string text;
     for (std::size_t i = 0; i < septets.size(); i++) {
-        const bool escaped = septets[i] == ESCAPE && i + 1 < septets.size();
+        const bool escaped = septets[i] == GSM_ESCAPE && i + 1 < septets.size();
         const std::array<u8, 3> code = {septets[i], escaped ? septets[i + 1] : u8{0}, 0};
         u16 unit[2] = {};
         sms_GSMToWSTR(code.data(), escaped ? 2 : 1, unit, 1);
@@ -46,7 +45,6 @@ std::string hexadecimal(std::span<const u8> octets) {
 
 namespace {
 
-constexpr u32 PI_DCS = 0x02; // TS 23.040, 9.2.3.27
 constexpr u8 AT_SIGN = 0x00;
 constexpr u8 ZERO_SEPTET_AS = 0x40; // what the library's unpacker gives for septet 0
 

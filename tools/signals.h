@@ -12,6 +12,11 @@
 
 namespace smspb::cli {
 
+// Thrown when the user interrupts.
+struct Interrupted {
+    int signal;
+};
+
 // The watched signals, read from a descriptor instead of interrupting. Children set them back.
 class SignalWatch {
 public:

@@ -75,11 +75,6 @@ private:
     fs::path path_;
 };
 
-// Thrown when the user interrupts while the simulation starts.
-struct Interrupted {
-    int signal;
-};
-
 // In a forked child: dies with the process that looks after it.
 void followParent(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);

@@ -14,6 +14,9 @@
 
 namespace smspb::cli {
 
+// The septet that leads to the extension table (TS 23.038, 6.2.1).
+constexpr unsigned char GSM_ESCAPE = 0x1B;
+
 // Where the first octet stands that is not part of well-formed UTF-8 (no overlong forms, no
 // surrogates, nothing above U+10FFFF); nothing for a good text.
 std::optional<std::size_t> findInvalidUtf8(std::string_view text);

@@ -32,11 +32,6 @@ using namespace std::chrono_literals;
 constexpr u32 NOTIFICATION = 0x10400090;
 constexpr std::size_t TEXT_CHARACTERS_MAX = 29; // as sendUSSD
 
-// Thrown when the user interrupts.
-struct Interrupted {
-    int signal;
-};
-
 // Why the text cannot be sent; empty when it can.
 std::string problemOf(const std::string &text) {
     if (text.empty()) { return "is empty"; }

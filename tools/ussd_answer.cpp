@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view KEY = "+CUSD:";
 constexpr std::string_view BLANKS = " \r\n";
 constexpr u32 DEFAULT_ALPHABET = 15; // TS 23.038, 5, and what an answer without a coding means
-constexpr u8 ESCAPE = 0x1B, CARRIAGE_RETURN = 0x0D;
+constexpr u8 CARRIAGE_RETURN = 0x0D;
 
 using Octets = std::vector<u8>;
 
@@ -81,7 +81,7 @@ bool hasClearRest(const Octets &octets) {
 bool looksLikeSeptets(const Octets &octets) {
     const Octets septets = packedSeptets(octets);
     const std::u16string text = fromSeptets(septets);
-    const bool endsOpen = !septets.empty() && septets.back() == ESCAPE;
+    const bool endsOpen = !septets.empty() && septets.back() == GSM_ESCAPE;
     return hasClearRest(octets) && !endsOpen && std::all_of(text.begin(), text.end(), isLetter);
 }
 

@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t OWNER_ONLY = 0700;
+constexpr mode_t OWNER_FOLDER = 0700;
 
 fs::path absoluteFrom(const char *variable, const char *value) {
     const fs::path path = fs::path(value).lexically_normal();
@@ -50,7 +50,7 @@ void checkDirectory(const fs::path &directory, const struct stat &status) {
     if (status.st_uid != geteuid()) {
         refuse(EPERM, name + " belongs to user " + std::to_string(status.st_uid) + ", not to us");
     }
-    if ((status.st_mode & 0777) != OWNER_ONLY) {
+    if ((status.st_mode & 0777) != OWNER_FOLDER) {
         refuse(EPERM, name + " must be open to its owner only: chmod 700 it");
     }
 }
@@ -113,7 +113,7 @@ fs::path runtimeDirectory() {
     fs::path directory = chosenDirectory();
     struct stat status {};
     if (lstat(directory.c_str(), &status) != 0) {
-        const bool isThere = mkdir(directory.c_str(), OWNER_ONLY) == 0 || errno == EEXIST;
+        const bool isThere = mkdir(directory.c_str(), OWNER_FOLDER) == 0 || errno == EEXIST;
         if (!isThere || lstat(directory.c_str(), &status) != 0) {
             fail(errno, "cannot create the runtime directory " + directory.string());
         }

@@ -26,7 +26,7 @@ constexpr size_t SILENT_SENDERS_MAX = 64;
 // How long a peer that was accepted on the spare descriptor has for its message: that one cannot be
 // left for later.
 constexpr std::chrono::milliseconds SPARE_WAIT{250};
-constexpr mode_t OWNER_ONLY = 0600;
+constexpr mode_t OWNER_FILE = 0600;
 
 Address addressOf(const fs::path &path) {
     Address address{};
@@ -46,7 +46,7 @@ std::string holderOf(int lock) {
 
 // The kernel lets go of the lock when its holder dies, however it dies.
 Descriptor lockName(const fs::path &path, const std::string &what) {
-    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, OWNER_ONLY));
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, OWNER_FILE));
     if (!file.isOpen()) { fail(errno, path.string()); }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) { fail(errno, path.string()); }
@@ -128,7 +128,7 @@ void Mailbox::listenAt(const fs::path &path) {
     const auto *name = reinterpret_cast<const sockaddr *>(&address.name);
     if (bind(listener_.get(), name, sizeof(address.name)) != 0) { fail(errno, path.string()); }
     names_.push_back(path);
-    if (chmod(path.c_str(), OWNER_ONLY) != 0 || listen(listener_.get(), SOMAXCONN) != 0 ||
+    if (chmod(path.c_str(), OWNER_FILE) != 0 || listen(listener_.get(), SOMAXCONN) != 0 ||
         !watch(poller_.get(), listener_.get())) {
         fail(errno, path.string());
     }

@@ -73,7 +73,7 @@ Reply noCarrier(Modem & /*modem*/, const Command & /*command*/) {
 }
 
 // clang-format off
-constexpr std::array ROWS{
+constexpr std::array BASIC_ROWS{
     CommandRow{.name = "E",  .family = Family::basic, .highest = 1, .execute = setEcho},
     CommandRow{.name = "Q",  .family = Family::basic, .highest = 1, .execute = setQuiet},
     CommandRow{.name = "V",  .family = Family::basic, .highest = 1, .execute = setVerbose},
@@ -98,6 +98,6 @@ constexpr std::array ROWS{
 
 } // namespace
 
-std::span<const CommandRow> basicCommands() { return ROWS; }
+std::span<const CommandRow> basicCommands() { return BASIC_ROWS; }
 
 } // namespace smspb::simmodem

@@ -25,7 +25,7 @@ Reply capabilities(Modem & /*modem*/, const Command &command) { return shown(com
 
 Reply ownNumber(Modem &modem, const Command &command) {
     const bool international = modem.number.starts_with('+');
-    return shown(command, "," + quoted(modem.number) + (international ? ",145" : ",129"));
+    return shown(command, "," + inQuotes(modem.number) + (international ? ",145" : ",129"));
 }
 
 Reply listCommands(Modem & /*modem*/, const Command & /*command*/) {
@@ -50,7 +50,7 @@ Reply setErrorReports(Modem &modem, const Command &command) {
 }
 
 Reply readCharset(Modem &modem, const Command &command) {
-    return shown(command, quoted(modem.settings.charset));
+    return shown(command, inQuotes(modem.settings.charset));
 }
 
 Reply setCharset(Modem &modem, const Command &command) {
@@ -114,7 +114,7 @@ Reply addFault(Modem &modem, const Command &command) {
 }
 
 // clang-format off
-constexpr std::array ROWS{
+constexpr std::array EQUIPMENT_ROWS{
     CommandRow{.name = "+CGMI", .execute = manufacturer},
     CommandRow{.name = "+CGMM", .execute = model},
     CommandRow{.name = "+CGMR", .execute = revision},
@@ -144,6 +144,6 @@ constexpr std::array ROWS{
 
 } // namespace
 
-std::span<const CommandRow> equipmentCommands() { return ROWS; }
+std::span<const CommandRow> equipmentCommands() { return EQUIPMENT_ROWS; }
 
 } // namespace smspb::simmodem

@@ -52,7 +52,7 @@ Reply readStorages(Modem &modem, const Command &command) {
     std::string values;
     for (const Use use : {USE_READ, USE_WRITE, USE_RECEIVE}) {
         const Storage &storage = modem.storage(use);
-        values += (values.empty() ? "" : ",") + joined({quoted(storage.name()), counts(storage)});
+        values += (values.empty() ? "" : ",") + joined({inQuotes(storage.name()), counts(storage)});
     }
     return shown(command, values);
 }
@@ -99,7 +99,7 @@ std::optional<std::string> dialledNumber(const Modem &modem, const Command &comm
 
 Reply readServiceCentre(Modem &modem, const Command &command) {
     const bool international = modem.serviceCentre.starts_with('+');
-    return shown(command, joined({quoted(numberToTerminal(modem.settings, modem.serviceCentre)),
+    return shown(command, joined({inQuotes(numberToTerminal(modem.settings, modem.serviceCentre)),
                                   international ? "145" : "129"}));
 }
 
@@ -136,8 +136,8 @@ Reply setIndications(Modem &modem, const Command &command) {
 
 Reply readBroadcasts(Modem &modem, const Command &command) {
     const BroadcastSettings &now = modem.settings.broadcasts;
-    return shown(command,
-                 joined({std::to_string(now.mode), quoted(now.identifiers), quoted(now.codings)}));
+    return shown(command, joined({std::to_string(now.mode), inQuotes(now.identifiers),
+                                  inQuotes(now.codings)}));
 }
 
 Reply setBroadcasts(Modem &modem, const Command &command) {
@@ -305,7 +305,7 @@ Reply sendStored(Modem &modem, const Command &command) {
 }
 
 // clang-format off
-constexpr std::array ROWS{
+constexpr std::array MESSAGE_ROWS{
     CommandRow{.name = "+CSMS", .family = Family::message, .arguments = 1, .ranges = "(0)",
                .read = readService, .set = setService},
     CommandRow{.name = "+CMGF", .family = Family::message, .arguments = 1, .ranges = "(0,1)",
@@ -335,6 +335,6 @@ constexpr std::array ROWS{
 
 } // namespace
 
-std::span<const CommandRow> messageCommands() { return ROWS; }
+std::span<const CommandRow> messageCommands() { return MESSAGE_ROWS; }
 
 } // namespace smspb::simmodem

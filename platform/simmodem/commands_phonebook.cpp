@@ -15,7 +15,7 @@ enum : unsigned { TYPE_NATIONAL = 129, TYPE_INTERNATIONAL = 145, TYPE_MIN = 128,
 
 Reply readStorage(Modem &modem, const Command &command) {
     const Phonebook &book = modem.phonebook();
-    return shown(command, quoted(book.name()) + "," + std::to_string(book.used()) + "," +
+    return shown(command, inQuotes(book.name()) + "," + std::to_string(book.used()) + "," +
                               std::to_string(book.size()));
 }
 
@@ -49,9 +49,9 @@ Reply writeRanges(Modem &modem, const Command &command) {
 
 std::string entryLine(const Modem &modem, std::string_view command, std::size_t index,
                       const Contact &contact) {
-    return std::string(command) + ": " + std::to_string(index) + "," + quoted(contact.number) +
+    return std::string(command) + ": " + std::to_string(index) + "," + inQuotes(contact.number) +
            "," + std::to_string(contact.type) + "," +
-           quoted(toTerminal(modem.settings.charset, contact.name));
+           inQuotes(toTerminal(modem.settings.charset, contact.name));
 }
 
 void addLine(std::string &lines, const std::string &line) {
@@ -149,7 +149,7 @@ Reply writeEntry(Modem &modem, const Command &command) {
 }
 
 // clang-format off
-constexpr std::array ROWS{
+constexpr std::array PHONEBOOK_ROWS{
     CommandRow{.name = "+CPBS", .arguments = 1, .needsSim = true, .ranges = R"(("SM","ME"))",
                .read = readStorage, .set = setStorage},
     CommandRow{.name = "+CPBR", .arguments = 2, .needsSim = true, .set = readEntries, .test = readRanges},
@@ -160,6 +160,6 @@ constexpr std::array ROWS{
 
 } // namespace
 
-std::span<const CommandRow> phonebookCommands() { return ROWS; }
+std::span<const CommandRow> phonebookCommands() { return PHONEBOOK_ROWS; }
 
 } // namespace smspb::simmodem

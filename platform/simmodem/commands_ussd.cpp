@@ -67,7 +67,7 @@ Reply setUssd(Modem &modem, const Command &command) {
     return asks ? request(modem, requestText(*units)) : done();
 }
 
-constexpr std::array ROWS{
+constexpr std::array USSD_ROWS{
     CommandRow{.name = "+CUSD",
                .arguments = 3,
                .needsSim = true,
@@ -78,6 +78,6 @@ constexpr std::array ROWS{
 
 } // namespace
 
-std::span<const CommandRow> ussdCommands() { return ROWS; }
+std::span<const CommandRow> ussdCommands() { return USSD_ROWS; }
 
 } // namespace smspb::simmodem

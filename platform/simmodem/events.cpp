@@ -191,7 +191,7 @@ Json ring(Modem &modem, const Json &event) {
     if (modem.settings.callerNumber) {
         const bool international = number.starts_with('+');
         const std::string type = number.empty() ? ",128" : international ? ",145" : ",129";
-        modem.unsolicited.push_back("+CLIP: " + quoted(std::string_view(number)) + type);
+        modem.unsolicited.push_back("+CLIP: " + inQuotes(std::string_view(number)) + type);
     }
     return Json::object();
 }

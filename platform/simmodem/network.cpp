@@ -36,8 +36,8 @@ bool storeIncoming(Modem &modem, Storage &storage, const Pdu &pdu, std::string_v
     const auto index = storage.add({MessageStatus::unread, pdu});
     if (!index) { return false; }
     if (!announcement.empty()) {
-        indicate(modem,
-                 std::string(announcement) + quoted(storage.name()) + "," + std::to_string(*index));
+        indicate(modem, std::string(announcement) + inQuotes(storage.name()) + "," +
+                            std::to_string(*index));
     }
     return true;
 }

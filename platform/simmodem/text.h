@@ -21,7 +21,7 @@ inline std::optional<unsigned> parseNumber(std::string_view text) {
     return value;
 }
 
-inline std::string quoted(std::string_view text) {
+inline std::string inQuotes(std::string_view text) {
     std::string out = "\"";
     out += text;
     out += '"';

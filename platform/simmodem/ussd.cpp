@@ -143,7 +143,7 @@ std::string ussdLine(const UssdAnswer &answer, std::string_view charset) {
     } else {
         text = toTerminal(charset, answer.text);
     }
-    return line + "," + quoted(text) + "," + std::to_string(dcs);
+    return line + "," + inQuotes(text) + "," + std::to_string(dcs);
 }
 
 } // namespace smspb::simmodem

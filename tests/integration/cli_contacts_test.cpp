@@ -22,7 +22,7 @@ namespace {
 
 using namespace support;
 
-constexpr int UNREADABLE = 9, INTERRUPTED = 128 + SIGTERM;
+constexpr int INTERRUPTED = 128 + SIGTERM;
 constexpr unsigned LOCATIONS = 250; // of the simulated SIM
 
 struct Entry {

@@ -378,9 +378,12 @@ TEST(Hexadecimal, OnlyPairsOfDigitsAreOctets) {
 }
 
 Octets pageOctets(unsigned number, unsigned total, const std::string &text, u16 serial = 0x1234) {
-    Octets page = {
-        static_cast<u8>(serial >> 8),        static_cast<u8>(serial & 0xFF), 0x00, 0x32, 0x01,
-        static_cast<u8>((number << 4 | total) & 0xFF)};
+    Octets page = {static_cast<u8>(serial >> 8),
+                   static_cast<u8>(serial & 0xFF),
+                   0x00,
+                   0x32,
+                   0x01,
+                   static_cast<u8>((number << 4 | total) & 0xFF)};
     const Octets content = packed(text, 82);
     page.insert(page.end(), content.begin(), content.end());
     return page;
@@ -437,38 +440,38 @@ TEST(UssdText, AnswersAreReadByTheirCodingFirstAndThenByWhatTheyCanBe) {
         std::string text, coding;
     } cases[] = {
   // A text under the default alphabet, or none named.
-        {            "+CUSD: 0,\"Your balance is 4.20\",15",             "Your balance is 4.20","text"                                                                                                },
-        {                          "+CUSD: 0,\"Balance\",0",                          "Balance",             "text"},
-        {                            "+CUSD: 0,\"Balance\"",                          "Balance",             "text"},
-        {                        "+CUSD:0,\"Balance\", 15 ",                          "Balance",             "text"},
+        {            "+CUSD: 0,\"Your balance is 4.20\",15",           "Your balance is 4.20","text"                                                                                              },
+        {                          "+CUSD: 0,\"Balance\",0",                        "Balance",             "text"},
+        {                            "+CUSD: 0,\"Balance\"",                        "Balance",             "text"},
+        {                        "+CUSD:0,\"Balance\", 15 ",                        "Balance",             "text"},
         {"+CUSD: 1,\"1: \"data\", 2: calls\r\n3: back\",15", "1: \"data\", 2: calls\n3: back",
-         "text"                                                                                                    },
-        {                                "+CUSD: 0,\"\",15",                                 "",             "text"},
+         "text"                                                                                                  },
+        {                                "+CUSD: 0,\"\",15",                               "",             "text"},
  // Digits alone.
-        {                            "+CUSD: 0,\"4820\",15",                             "4820",             "text"},
-        {                             "+CUSD: 0,\"123\",15",                              "123",             "text"},
-        {                        "+CUSD: 0,\"12345678\",15",                         "12345678",             "text"},
+        {                            "+CUSD: 0,\"4820\",15",                           "4820",             "text"},
+        {                             "+CUSD: 0,\"123\",15",                            "123",             "text"},
+        {                        "+CUSD: 0,\"12345678\",15",                       "12345678",             "text"},
  // Hexadecimal under the default alphabet: packed, units, characters.
-        {                 "+CUSD: 0,\"" + balance + "\",15",         "Your balance is 4.20 EUR",        "GSM 7-bit"},
-        {               "+CUSD: 0,\"" + sevenLong + "\",15",                          "Dial *1",        "GSM 7-bit"},
-        {               "+CUSD: 0,\"" + eightLong + "\",15",                         "Dial *10",        "GSM 7-bit"},
-        {                  "+CUSD: 0,\"" + balance + "\",1",         "Your balance is 4.20 EUR",        "GSM 7-bit"},
-        {            "+CUSD: 0,\"00420061006C003A20AC\",15",                          "Bal:€",            "UCS-2"},
-        {            "+CUSD: 0,\"42616C616E63653A2034\",15",                       "Balance: 4", "8-bit characters"},
-        {                            "+CUSD: 0,\"FACE\",15",                             "FACE",             "text"},
+        {                 "+CUSD: 0,\"" + balance + "\",15",       "Your balance is 4.20 EUR",        "GSM 7-bit"},
+        {               "+CUSD: 0,\"" + sevenLong + "\",15",                        "Dial *1",        "GSM 7-bit"},
+        {               "+CUSD: 0,\"" + eightLong + "\",15",                       "Dial *10",        "GSM 7-bit"},
+        {                  "+CUSD: 0,\"" + balance + "\",1",       "Your balance is 4.20 EUR",        "GSM 7-bit"},
+        {            "+CUSD: 0,\"00420061006C003A20AC\",15",                        "Bal:€",            "UCS-2"},
+        {            "+CUSD: 0,\"42616C616E63653A2034\",15",                     "Balance: 4", "8-bit characters"},
+        {                            "+CUSD: 0,\"FACE\",15",                           "FACE",             "text"},
  // UCS-2.
-        {                        "+CUSD: 0,\"004F004B\",72",                               "OK",            "UCS-2"},
-        {                    "+CUSD: 0,\"041F04400438\",72",                           "При",            "UCS-2"},
-        {                    "+CUSD: 0,\"041f04400438\",72",                           "При",            "UCS-2"},
-        {                        "+CUSD: 0,\"D83DDE00\",72",                             "😀",            "UCS-2"},
-        {                         "+CUSD: 0,\"004F004\",72",                          "004F004",             "text"},
-        {                          "+CUSD: 0,\"004F00\",72",                           "004F00",             "text"},
-        {                    "+CUSD: 0,\"text already\",72",                     "text already",             "text"},
-        {                        "+CUSD: 0,\"E9320068\",17",                                "h",            "UCS-2"},
+        {                        "+CUSD: 0,\"004F004B\",72",                             "OK",            "UCS-2"},
+        {                    "+CUSD: 0,\"041F04400438\",72",                         "При",            "UCS-2"},
+        {                    "+CUSD: 0,\"041f04400438\",72",                         "При",            "UCS-2"},
+        {                        "+CUSD: 0,\"D83DDE00\",72",                           "😀",            "UCS-2"},
+        {                         "+CUSD: 0,\"004F004\",72",                        "004F004",             "text"},
+        {                          "+CUSD: 0,\"004F00\",72",                         "004F00",             "text"},
+        {                    "+CUSD: 0,\"text already\",72",                   "text already",             "text"},
+        {                        "+CUSD: 0,\"E9320068\",17",                              "h",            "UCS-2"},
  // 8-bit.
-        {                            "+CUSD: 0,\"4F4B\",68",                               "OK",       "8-bit data"},
+        {                            "+CUSD: 0,\"4F4B\",68",                             "OK",       "8-bit data"},
  // A coding beyond an octet.
-        {                           "+CUSD: 0,\"text\",999",                             "text",             "text"},
+        {                           "+CUSD: 0,\"text\",999",                           "text",             "text"},
     };
     for (const auto &row : cases) {
         const auto answer = ussdAnswerFrom(row.line);

@@ -22,8 +22,6 @@ namespace {
 using namespace support;
 using Texts = std::vector<std::string>;
 
-constexpr int NOTHING_CAME = 11;
-
 // "Flash!" from +12345678901, TP-DCS 0x10: class 0.
 constexpr const char *FLASH_PDU = "00040B912143658709F1001062300180000000064676788E0E01";
 

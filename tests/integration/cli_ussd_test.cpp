@@ -14,8 +14,6 @@ namespace {
 
 using namespace support;
 
-constexpr int NOTHING_CAME = 11;
-
 // What the modem says to a command, and how long after the line before.
 struct Saying {
     std::chrono::milliseconds after;

@@ -47,7 +47,9 @@ enum : int {
     REFUSED = 6,
     NO_MESSAGE = 7,
     IN_PART = 8,
-    NO_SIMULATION = 10
+    UNREADABLE = 9,
+    NO_SIMULATION = 10,
+    NOTHING_CAME = 11
 };
 
 inline bool contains(std::string_view text, std::string_view part) {

@@ -73,7 +73,7 @@ std::vector<fs::path> subscribersOf(u32 messageId) {
 // What a dead subscriber left behind is removed, and counts as delivered.
 u32 notifySubscriber(const fs::path &path, Deadline deadline, const void *block) {
     Address address{};
-    if (const u32 error = makeAddress(path, &address); error != 0) { return error; }
+    if (const u32 error = makeAddress(path.native(), &address); error != 0) { return error; }
     const u32 error = deliver(address, deadline, readHeader(block), payloadOf(block));
     if (error == ECONNREFUSED) { unlink(path.c_str()); }
     const bool isDead = error == ECONNREFUSED || error == EPIPE || error == ECONNRESET;
@@ -150,7 +150,7 @@ u32 ipc_get_addr_by_id(u32 dest_id, u32 /*zero*/, void *address) {
     if (address == nullptr) { return EINVAL; }
     return guarded([=] {
         Address found{};
-        const u32 error = makeAddress(runtimeDirectory() / destinationName(dest_id), &found);
+        const u32 error = makeAddress(runtimePath(destinationName(dest_id)), &found);
         std::memcpy(address, &found, sizeof(found));
         return error;
     });
@@ -195,7 +195,7 @@ u32 ipc_mq_send(u32 mq, void *block, u32 /*zero1*/, u32 /*zero2*/) {
     if (const u32 error = checkQueued(block); error != 0) { return error; }
     const u32 error = guarded([=] {
         Address address{};
-        const u32 tooLong = makeAddress(runtimeDirectory() / queueName(mq), &address);
+        const u32 tooLong = makeAddress(runtimePath(queueName(mq)), &address);
         return tooLong != 0 ? tooLong
                             : deliver(address, deadlineAfter(FULL_QUEUE_WAIT), readHeader(block),
                                       payloadOf(block));

@@ -2,12 +2,15 @@
 #ifndef SMSPB_PLATFORM_IPC_DIRECTORY_H
 #define SMSPB_PLATFORM_IPC_DIRECTORY_H
 
-#include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "comm/smspb_types.h"
 
 namespace smspb::ipc {
+
+// Where something of that name lies in the runtime directory. Throws like runtimeDirectory().
+std::string runtimePath(std::string_view name);
 
 std::string destinationName(u32 dest_id);
 std::string queueName(u32 mq);

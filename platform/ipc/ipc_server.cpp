@@ -43,7 +43,7 @@ std::unique_ptr<Mailbox> subscribe(const std::vector<u32> &ids) {
 
 bool isServed(u32 dest_id) {
     Address address{};
-    if (makeAddress(runtimeDirectory() / destinationName(dest_id), &address) != 0) { return false; }
+    if (makeAddress(runtimePath(destinationName(dest_id)), &address) != 0) { return false; }
     Descriptor connection;
     const u32 error = connectTo(address, Clock::now(), &connection);
     return error == 0 || error == EAGAIN;

@@ -1,5 +1,6 @@
 #include "platform/ipc/socket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -30,12 +31,14 @@ timespec toTimespec(nanoseconds left) {
     return {static_cast<time_t>(whole.count()), static_cast<long>((left - whole).count())};
 }
 
-// How long connect() waits for room in the receiver's queue. The kernel takes 0 for "for ever".
+// Back to waiting, but not for ever: how long connect() waits for room in the receiver's queue. The
+// kernel takes 0 for "for ever".
 void limitConnect(int socket, Deadline deadline) {
     const auto left = std::max(remaining<microseconds>(deadline), microseconds(1));
     const timeval limit = {static_cast<time_t>(left / SECOND),
                            static_cast<suseconds_t>((left % SECOND).count())};
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+    fcntl(socket, F_SETFL, 0);
 }
 
 u32 connectOnce(int socket, const sockaddr_un &name) {
@@ -78,12 +81,11 @@ bool hasHungUp(int fd) {
     return poll(&event, 1, 0) > 0;
 }
 
-u32 makeAddress(const std::filesystem::path &path, Address *address) {
+u32 makeAddress(const std::string &path, Address *address) {
     *address = {};
     address->name.sun_family = AF_UNIX;
-    const std::string &text = path.native();
-    if (text.size() >= sizeof(address->name.sun_path)) { return ENAMETOOLONG; }
-    std::memcpy(address->name.sun_path, text.data(), text.size());
+    if (path.size() >= sizeof(address->name.sun_path)) { return ENAMETOOLONG; }
+    std::memcpy(address->name.sun_path, path.data(), path.size());
     return 0;
 }
 
@@ -96,12 +98,14 @@ bool isTrustedPeer(int socket) {
 
 u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection) {
     if (!isPath(address.name)) { return EDESTADDRREQ; }
-    Descriptor own(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    Descriptor own(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!own.isOpen() || !takeAnyName(own.get())) { return static_cast<u32>(errno); }
-    u32 error = EINTR;
-    while (error == EINTR) {
+    u32 error = connectOnce(own.get(), address.name);
+    bool isFull = error == EAGAIN;
+    while (isFull) {
         limitConnect(own.get(), deadline);
         error = connectOnce(own.get(), address.name);
+        isFull = error == EINTR;
     }
     if (error != 0) { return error == ENOENT ? ECONNREFUSED : error; }
     if (!isTrustedPeer(own.get())) { return EPERM; }

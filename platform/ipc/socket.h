@@ -8,8 +8,8 @@
 
 #include <chrono>
 #include <cstddef>
-#include <filesystem>
 #include <span>
+#include <string>
 
 #include "comm/platform_ipc.h"
 #include "platform/ipc/block.h"
@@ -36,7 +36,7 @@ struct Address {
 static_assert(sizeof(Address) == IPC_ADDRESS_SIZE);
 
 // ENAMETOOLONG when the path does not fit a socket's address.
-u32 makeAddress(const std::filesystem::path &path, Address *address);
+u32 makeAddress(const std::string &path, Address *address);
 
 // Whether the process at the other end runs as our own user or as root.
 bool isTrustedPeer(int socket);

@@ -1,34 +1,19 @@
-// smspb-modemd: the process that owns the modem's tty.
+// smspb-modemd: the process that owns the modem's tty. The command line alone is read here.
 #include <charconv>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
 
 #include <CLI/CLI.hpp>
-#include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
-#include <spdlog/sinks/stdout_color_sinks.h>
-#include <spdlog/spdlog.h>
 
-#include "platform/modemd/at_engine.h"
-#include "platform/modemd/ipc_face.h"
-#include "platform/modemd/modem_service.h"
-#include "platform/modemd/request_queue.h"
+#include "platform/modemd/baud.h"
+#include "platform/modemd/program.h"
 
 namespace {
 
 using namespace smspb::modemd;
 
 enum ExitCode : int { DONE = 0, FAILED = 1, WRONG_USAGE = 2 };
-
-struct Options {
-    std::string device;
-    unsigned baud = 115200;
-    unsigned keepTransfers = 60;
-    bool verbose = false;
-};
 
 std::string checkBaud(const std::string &text) {
     unsigned baud = 0;
@@ -60,37 +45,6 @@ void declare(CLI::App &app, Options *options) {
                "Example: smspb-modemd --device /dev/ttyUSB2");
 }
 
-void openLog(bool verbose) {
-    spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
-    spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
-    spdlog::set_level(verbose ? spdlog::level::debug : spdlog::level::info);
-}
-
-void serve(const Options &options) {
-    std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
-    asio::io_context loop(1);
-    IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
-    AtEngine engine(loop, options.device, options.baud, notifyReport);
-    ModemService service(engine);
-    RequestQueue queue([&service](const Request &request, RequestQueue::OnAnswer onAnswer) {
-        service.carryOut(request, std::move(onAnswer));
-    });
-    engine.start();
-    face.listen(queue);
-    std::puts("ready");
-    std::fflush(stdout);
-
-    // Whoever waits is answered before the loop runs out of work.
-    asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
-    signals.async_wait([&](asio::error_code, int number) {
-        spdlog::info("ending on signal {}", number);
-        face.stop();
-        queue.stop();
-        engine.stop();
-    });
-    loop.run();
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -101,7 +55,6 @@ int main(int argc, char **argv) {
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) { return app.exit(error) == 0 ? DONE : WRONG_USAGE; }
-        openLog(options.verbose);
         serve(options);
         return DONE;
     } catch (const std::exception &error) {

@@ -1,10 +1,8 @@
 // A tty on the event loop: termios for the line, one read and at most one write outstanding.
 #include "platform/modemd/tty.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -19,49 +17,14 @@
 #include <asio/buffer.hpp>
 #include <fmt/format.h>
 
+#include "platform/modemd/baud.h"
+
 namespace smspb::modemd {
 namespace {
 
 // The slave sides of pseudo-terminals, as Linux numbers its devices.
 constexpr unsigned PTY_MAJOR_FIRST = 136;
 constexpr unsigned PTY_MAJOR_LAST = 143;
-
-struct Rate {
-    unsigned baud;
-    speed_t speed;
-};
-constexpr Rate RATES[] = {
-    {    300,     B300},
-    {    600,     B600},
-    {   1200,    B1200},
-    {   2400,    B2400},
-    {   4800,    B4800},
-    {   9600,    B9600},
-    {  19200,   B19200},
-    {  38400,   B38400},
-    {  57600,   B57600},
-    { 115200,  B115200},
-    { 230400,  B230400},
-    { 460800,  B460800},
-    { 500000,  B500000},
-    { 576000,  B576000},
-    { 921600,  B921600},
-    {1000000, B1000000},
-    {1152000, B1152000},
-    {1500000, B1500000},
-    {2000000, B2000000},
-    {2500000, B2500000},
-    {3000000, B3000000},
-    {3500000, B3500000},
-    {4000000, B4000000},
-};
-
-// B0 for a rate that is none.
-speed_t speedOf(unsigned baud) {
-    const auto *row = std::find_if(std::begin(RATES), std::end(RATES),
-                                   [baud](const Rate &rate) { return rate.baud == baud; });
-    return row != std::end(RATES) ? row->speed : B0;
-}
 
 class Descriptor {
 public:
@@ -114,8 +77,6 @@ void configure(int fd, unsigned baud, const std::string &path) {
 }
 
 } // namespace
-
-bool isBaudRate(unsigned baud) { return speedOf(baud) != B0; }
 
 Tty::Tty(asio::io_context &loop, std::string path, unsigned baud, Events events)
     : port_(loop), path_(std::move(path)), baud_(baud), events_(std::move(events)) {}

@@ -19,9 +19,6 @@ struct NotATty : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Whether this is a line rate, 300 to 4,000,000 bit/s, that the system knows.
-bool isBaudRate(unsigned baud);
-
 class Tty {
 public:
     struct Events {

@@ -1,102 +1,23 @@
-// smspb-simmodem: a simulated modem on a pseudo-terminal.
-#include "control.h"
+// smspb-simmodem: a simulated modem on a pseudo-terminal. The command line alone is read here.
 #include "control_command.h"
-#include "dialogue.h"
-#include "events.h"
-#include "terminal.h"
+#include "faults.h"
+#include "program.h"
+#include "text.h"
+#include "ussd.h"
 
 #include <CLI/CLI.hpp>
-#include <asio/signal_set.hpp>
-#include <nlohmann/json.hpp>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/spdlog.h>
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
-#include <memory>
+#include <functional>
+#include <stdexcept>
+#include <string>
 
 namespace {
 
 using namespace smspb::simmodem;
 
-struct Options {
-    std::string link, control;
-    ModemOptions modem;
-    std::vector<std::string> faults, ussdAnswers;
-    unsigned latencyMs = 0;
-    bool verbose = false;
-};
-
-std::filesystem::path controlSocket(const Options &options) {
-    if (options.control.empty()) { return controlPathOf(options.link); }
-    return options.control;
-}
-
-class Program {
-public:
-    explicit Program(const Options &options)
-        : options_(options), modem_(options.modem), signals_(io_, SIGINT, SIGTERM, SIGHUP),
-          comeback_(io_), dialogue_(
-                              io_, modem_, std::chrono::milliseconds(options.latencyMs),
-                              [this](std::string text) { terminal_->write(text); },
-                              [this](std::chrono::milliseconds away) { vanish(away); }),
-          control_(io_, controlSocket(options),
-                   [this](std::string_view line) { return answerEvent(line); }) {
-        for (const std::string &fault : options.faults) { modem_.faults.add(fault); }
-        for (const std::string &answer : options.ussdAnswers) { modem_.ussd.script.add(answer); }
-        signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
-        appear();
-    }
-
-    void run() { io_.run(); }
-
-private:
-    // What the control socket asks for; what goes out waits while a command runs.
-    std::string answerEvent(std::string_view line) {
-        nlohmann::json answer;
-        try {
-            answer = carryOutEvent(modem_, nlohmann::json::parse(line));
-        } catch (const nlohmann::json::exception &error) {
-            answer = {
-                {"error", std::string("not a line of JSON: ") + error.what()}
-            };
-        } catch (const std::invalid_argument &error) {
-            answer = {
-                {"error", error.what()}
-            };
-        }
-        dialogue_.flushUnsolicited();
-        return answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    }
-
-    void appear() {
-        terminal_ = std::make_shared<Terminal>(io_);
-        terminal_->start([this](std::string_view characters) { dialogue_.receive(characters); });
-        link_ = std::make_unique<TerminalLink>(options_.link, terminal_->name());
-        spdlog::debug("{} is {}", options_.link, terminal_->name());
-    }
-
-    void vanish(std::chrono::milliseconds away) {
-        link_.reset();
-        terminal_->close();
-        modem_.restart();
-        comeback_.expires_after(away);
-        comeback_.async_wait([this](const std::error_code &error) {
-            if (!error) { appear(); }
-        });
-    }
-
-    const Options &options_;
-    asio::io_context io_{1};
-    Modem modem_;
-    asio::signal_set signals_;
-    asio::steady_timer comeback_;
-    std::shared_ptr<Terminal> terminal_;
-    std::unique_ptr<TerminalLink> link_;
-    Dialogue dialogue_;
-    Control control_;
-};
+enum ExitCode : int { DONE = 0, FAILED = 1, WRONG_USAGE = 2 };
 
 std::string checkNumber(const std::string &text) {
     return isNumber(text) ? "" : "\"" + text + "\" is no number: \"+\" and digits, 20 at most";
@@ -172,19 +93,6 @@ void addOptions(CLI::App &app, Options &options) {
     app.footer("Example: smspb-simmodem --link /tmp/modem --fault '+CMGS=cms=500:1'");
 }
 
-int serve(const Options &options) {
-    auto log = std::make_shared<spdlog::logger>("simmodem",
-                                                std::make_shared<spdlog::sinks::stderr_sink_st>());
-    log->set_level(options.verbose ? spdlog::level::trace : spdlog::level::warn);
-    log->set_pattern("%H:%M:%S.%e smspb-simmodem: %v");
-    spdlog::set_default_logger(std::move(log));
-    Program program(options);
-    std::printf("ready: %s\n", options.link.c_str());
-    std::fflush(stdout);
-    program.run();
-    return 0;
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -194,12 +102,15 @@ int main(int argc, char **argv) {
         std::function<int()> command;
         addOptions(app, options);
         addControlCommand(app, command);
-        CLI11_PARSE(app, argc, argv);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError &error) { return app.exit(error) == 0 ? DONE : WRONG_USAGE; }
         if (command) { return command(); }
         if (options.link.empty()) { throw std::runtime_error("--link is required"); }
-        return serve(options);
+        serve(options);
+        return DONE;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "smspb-simmodem: %s\n", error.what());
-        return 1;
+        return FAILED;
     }
 }

@@ -1047,7 +1047,7 @@ TEST_P(Refusals, SayWhatIsWrong) {
     }
     Process process(options);
     const Outcome outcome = process.end();
-    EXPECT_GT(outcome.status, 0) << outcome.output;
+    EXPECT_TRUE(outcome.status == 1 || outcome.status == 2) << outcome.output;
     for (const std::string &word : GetParam().words) {
         EXPECT_NE(outcome.output.find(word), std::string::npos) << outcome.output;
     }

@@ -1,0 +1,55 @@
+#include "platform/modemd/program.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <utility>
+
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include "platform/modemd/at_engine.h"
+#include "platform/modemd/ipc_face.h"
+#include "platform/modemd/modem_service.h"
+#include "platform/modemd/request_queue.h"
+
+namespace smspb::modemd {
+namespace {
+
+void openLog(bool verbose) {
+    spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
+    spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
+    spdlog::set_level(verbose ? spdlog::level::debug : spdlog::level::info);
+}
+
+} // namespace
+
+void serve(const Options &options) {
+    openLog(options.verbose);
+    std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
+    asio::io_context loop(1);
+    IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
+    AtEngine engine(loop, options.device, options.baud, notifyReport);
+    ModemService service(engine);
+    RequestQueue queue([&service](const Request &request, RequestQueue::OnAnswer onAnswer) {
+        service.carryOut(request, std::move(onAnswer));
+    });
+    engine.start();
+    face.listen(queue);
+    std::puts("ready");
+    std::fflush(stdout);
+
+    // Whoever waits is answered before the loop runs out of work.
+    asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
+    signals.async_wait([&](asio::error_code, int number) {
+        spdlog::info("ending on signal {}", number);
+        face.stop();
+        queue.stop();
+        engine.stop();
+    });
+    loop.run();
+}
+
+} // namespace smspb::modemd

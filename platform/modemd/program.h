@@ -1,0 +1,22 @@
+// The modem manager as a program: tty and IPC on one event loop.
+#ifndef SMSPB_MODEMD_PROGRAM_H
+#define SMSPB_MODEMD_PROGRAM_H
+
+#include <string>
+
+namespace smspb::modemd {
+
+struct Options {
+    std::string device;
+    unsigned baud = 115200;
+    unsigned keepTransfers = 60;
+    bool verbose = false;
+};
+
+// Runs until SIGINT, SIGTERM or SIGHUP. Prints "ready" once requests are taken. Throws
+// std::exception when it cannot begin.
+void serve(const Options &options);
+
+} // namespace smspb::modemd
+
+#endif

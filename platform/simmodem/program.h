@@ -1,0 +1,26 @@
+// The simulated modem as a program: terminal, dialogue and control socket on one event loop.
+#ifndef SMSPB_SIMMODEM_PROGRAM_H
+#define SMSPB_SIMMODEM_PROGRAM_H
+
+#include "modem.h"
+
+#include <string>
+#include <vector>
+
+namespace smspb::simmodem {
+
+struct Options {
+    std::string link, control;
+    ModemOptions modem;
+    std::vector<std::string> faults, ussdAnswers;
+    unsigned latencyMs = 0;
+    bool verbose = false;
+};
+
+// Runs until SIGINT, SIGTERM or SIGHUP. Prints "ready: LINK" once a client may open the link.
+// Throws std::exception when it cannot begin.
+void serve(const Options &options);
+
+} // namespace smspb::simmodem
+
+#endif

@@ -55,9 +55,9 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
 
 } // namespace
 
-std::array<std::span<const CommandRow>, 5> commandTables() {
-    return {basicCommands(), equipmentCommands(), messageCommands(), phonebookCommands(),
-            ussdCommands()};
+std::array<std::span<const CommandRow>, 6> commandTables() {
+    return {basicCommands(),   equipmentCommands(), networkCommands(),
+            messageCommands(), phonebookCommands(), ussdCommands()};
 }
 
 const CommandRow *findRow(std::string_view name) {

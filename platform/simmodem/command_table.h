@@ -34,12 +34,13 @@ struct CommandRow {
 
 std::span<const CommandRow> basicCommands();
 std::span<const CommandRow> equipmentCommands();
+std::span<const CommandRow> networkCommands();
 std::span<const CommandRow> messageCommands();
 std::span<const CommandRow> phonebookCommands();
 std::span<const CommandRow> ussdCommands();
 
 // All of them, in the order in which +CLAC lists them.
-std::array<std::span<const CommandRow>, 5> commandTables();
+std::array<std::span<const CommandRow>, 6> commandTables();
 
 // Null for an unknown command.
 const CommandRow *findRow(std::string_view name);

@@ -1,10 +1,13 @@
-// The commands of TS 27.007: identification, SIM, network, character set, and the faults.
+// The commands of TS 27.007 about the equipment: identification, SIM, character set, clock,
+// battery, and the faults.
 #include "command_table.h"
 
 #include "text.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <ctime>
 
 namespace smspb::simmodem {
 namespace {
@@ -62,38 +65,54 @@ Reply setCharset(Modem &modem, const Command &command) {
     return done();
 }
 
-Reply readRegistration(Modem &modem, const Command &command) {
-    static constexpr unsigned WITH_CELL = 2;
-    const unsigned reports = modem.settings.registrationReports;
-    const std::string cell = reports == WITH_CELL ? R"(,"00C3","000012AB")" : "";
-    return shown(command, std::to_string(reports) + ",1" + cell); // registered, home network
-}
-
-Reply setRegistration(Modem &modem, const Command &command) {
-    const auto reports = numberAt(command, 0, 0, 2, 0);
-    if (!reports) { return badParameter(); }
-    modem.settings.registrationReports = *reports;
-    return done();
-}
-
-// Shown, and provisioned by the network.
-Reply readCallerNumber(Modem &modem, const Command &command) {
-    return shown(command, modem.settings.callerNumber ? "1,1" : "0,1");
-}
-
-Reply setCallerNumber(Modem &modem, const Command &command) {
-    const auto shows = numberAt(command, 0, 0, 1, 0);
-    if (!shows) { return badParameter(); }
-    modem.settings.callerNumber = *shows == 1;
-    return done();
-}
-
-Reply signalQuality(Modem & /*modem*/, const Command &command) { return shown(command, "21,99"); }
-
 Reply readPin(Modem & /*modem*/, const Command &command) { return shown(command, "READY"); }
 
 // No PIN is asked for, so none can be given.
 Reply setPin(Modem & /*modem*/, const Command & /*command*/) { return cmeError(CME_NOT_ALLOWED); }
+
+// "SC" is the SIM's PIN (TS 27.007, 7.4): it is not asked for, and that cannot be changed.
+Reply queryLock(Modem & /*modem*/, const Command &command) {
+    static constexpr unsigned QUERY = 2;
+    const auto mode = numberAt(command, 1, 0, QUERY);
+    if (stringAt(command, 0) != "SC" || !mode) { return badParameter(); }
+    return *mode == QUERY ? shown(command, "0") : cmeError(CME_NOT_ALLOWED);
+}
+
+// 8.3: "yy/MM/dd,hh:mm:ss+zz", zz in quarter hours from UTC.
+Reply readClock(Modem &modem, const Command &command) {
+    const NetworkTime now = NetworkTime::local(std::time(nullptr) + modem.clockAhead);
+    std::array<char, 32> text{};
+    const std::size_t length =
+        std::strftime(text.data(), text.size(), "%y/%m/%d,%H:%M:%S", &now.clock);
+    std::snprintf(text.data() + length, text.size() - length, "%+03d", now.quarterHours);
+    return shown(command, inQuotes(text.data()));
+}
+
+// The local time of a "yy/MM/dd,hh:mm:ss"; the zone stays the machine's, and may be left out.
+std::optional<std::time_t> clockFrom(const std::string &text) {
+    std::tm clock{};
+    const char *const rest = ::strptime(text.c_str(), "%y/%m/%d,%H:%M:%S", &clock);
+    if (rest == nullptr) { return std::nullopt; }
+    const std::string_view zone = rest;
+    const bool hasSign = zone.starts_with('+') || zone.starts_with('-');
+    if (!zone.empty() && (!hasSign || zone.size() != 3 || !parseNumber(zone.substr(1)))) {
+        return std::nullopt;
+    }
+    std::tm normal = clock;
+    normal.tm_isdst = -1;
+    const std::time_t time = std::mktime(&normal);
+    return time != -1 && normal.tm_mday == clock.tm_mday ? std::optional(time) : std::nullopt;
+}
+
+Reply setClock(Modem &modem, const Command &command) {
+    const auto time = clockFrom(stringAt(command, 0).value_or(""));
+    if (!time) { return badParameter(); }
+    modem.clockAhead = *time - std::time(nullptr);
+    return done();
+}
+
+// 8.4: on its battery, which is full.
+Reply batteryCharge(Modem & /*modem*/, const Command &command) { return shown(command, "0,100"); }
 
 Reply clearFaults(Modem &modem, const Command & /*command*/) {
     modem.faults.clear();
@@ -131,12 +150,11 @@ constexpr std::array EQUIPMENT_ROWS{
                .read = readErrorReports, .set = setErrorReports},
     CommandRow{.name = "+CSCS", .arguments = 1, .ranges = R"(("IRA","GSM","UCS2"))",
                .read = readCharset, .set = setCharset},
-    CommandRow{.name = "+CREG", .arguments = 1, .ranges = "(0-2)",
-               .read = readRegistration, .set = setRegistration},
-    CommandRow{.name = "+CLIP", .arguments = 1, .ranges = "(0,1)",
-               .read = readCallerNumber, .set = setCallerNumber},
-    CommandRow{.name = "+CSQ",  .ranges = "(0-31,99),(0-7,99)", .execute = signalQuality},
     CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
+    CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .ranges = R"(("SC"))",
+               .set = queryLock},
+    CommandRow{.name = "+CCLK", .arguments = 1, .read = readClock, .set = setClock},
+    CommandRow{.name = "+CBC",  .ranges = "(0),(0-100)", .execute = batteryCharge},
     CommandRow{.name = FAULT_COMMAND, .arguments = 1,
                .execute = clearFaults, .read = readFaults, .set = addFault},
 };

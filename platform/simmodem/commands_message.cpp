@@ -127,7 +127,8 @@ Reply setIndications(Modem &modem, const Command &command) {
     const auto bm = numberAt(command, 2, 0, 3, now.bm);
     const auto ds = numberAt(command, 3, 0, 2, now.ds);
     const auto bfr = numberAt(command, 4, 0, 1, now.bfr);
-    if (!mode || !mt || !bm || !ds || !bfr) { return badParameter(); }
+    const bool storesPages = bm && *bm % 2 == 1; // 1 and 3, and there is no storage for them
+    if (!mode || !mt || !bm || storesPages || !ds || !bfr) { return badParameter(); }
     modem.settings.indications = {*mode, *mt, *bm, *ds, *bfr};
     releaseHeld(modem);
     receivePending(modem);
@@ -150,8 +151,21 @@ Reply setBroadcasts(Modem &modem, const Command &command) {
     return done();
 }
 
+// 3.5.6: whether the link to the network is kept between messages, which makes no difference here.
+Reply readMoreMessages(Modem &modem, const Command &command) {
+    return shown(command, std::to_string(modem.settings.moreMessages));
+}
+
+Reply setMoreMessages(Modem &modem, const Command &command) {
+    const auto keeps = numberAt(command, 0, 0, 2, 0);
+    if (!keeps) { return badParameter(); }
+    modem.settings.moreMessages = *keeps;
+    return done();
+}
+
 // `centre` as a stored or given PDU holds it; without digits the modem's own serves.
 Reply sendSubmit(Modem &modem, const Command &command, const Submit &submit, const Octets &centre) {
+    if (!modem.isRegistered()) { return cmsError(CMS_NO_NETWORK); }
     const bool named = centre.size() > 1;
     if (!named && modem.serviceCentre.empty()) { return cmsError(CMS_SERVICE_CENTRE_UNKNOWN); }
     const Octets through = named ? centre : serviceCentreField(modem.serviceCentre);
@@ -316,10 +330,12 @@ constexpr std::array MESSAGE_ROWS{
     CommandRow{.name = "+CSCA", .family = Family::message, .arguments = 2, .needsSim = true,
                .read = readServiceCentre, .set = setServiceCentre},
     CommandRow{.name = "+CNMI", .family = Family::message, .arguments = 5,
-               .ranges = "(0-3),(0-3),(0-3),(0-2),(0,1)",
+               .ranges = "(0-3),(0-3),(0,2),(0-2),(0,1)",
                .read = readIndications, .set = setIndications},
     CommandRow{.name = "+CSCB", .family = Family::message, .arguments = 3, .ranges = "(0,1)",
                .read = readBroadcasts, .set = setBroadcasts},
+    CommandRow{.name = "+CMMS", .family = Family::message, .arguments = 1, .ranges = "(0-2)",
+               .read = readMoreMessages, .set = setMoreMessages},
     CommandRow{.name = "+CMGS", .family = Family::message, .arguments = 1, .takesData = true, .needsSim = true,
                .set = send},
     CommandRow{.name = "+CMGW", .family = Family::message, .arguments = 2, .takesData = true, .needsSim = true,

@@ -8,6 +8,7 @@
 #include "ussd.h"
 
 #include <array>
+#include <ctime>
 #include <deque>
 #include <map>
 #include <string>
@@ -47,6 +48,9 @@ struct Settings {
     bool textMode = false;            // +CMGF
     std::string charset = "IRA";      // +CSCS
     unsigned registrationReports = 0; // +CREG
+    unsigned packetReports = 0;       // +CGREG
+    unsigned operatorFormat = 0;      // +COPS <format>
+    unsigned moreMessages = 0;        // +CMMS
     IndicationSettings indications;
     BroadcastSettings broadcasts;
     unsigned ussdPresentation = 0; // +CUSD <n>
@@ -103,12 +107,18 @@ struct Modem {
     std::uint8_t nextConcatenation = 0; // of messages from the network
     std::uint16_t nextSerialNumber = 0; // of cell broadcast
     bool simPresent = true;
-    bool interjects; // between command and reply too, as real modems do
+    unsigned functionality = 1; // +CFUN: 1 for everything, otherwise the radio is off
+    bool isAttached = true;     // +CGATT
+    std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the system's clock
+    bool interjects;            // between command and reply too, as real modems do
     UssdDialogue ussd;
     Faults faults;
 
     Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }
     Storage &storage(Use use) { return storages.at(selected.at(use)); }
+
+    // Whether there is a network: messages come and go.
+    bool isRegistered() const { return simPresent && functionality == 1; }
 
     // By the name of +CPMS; null for another.
     Storage *findStorage(std::string_view name);

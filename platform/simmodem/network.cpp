@@ -104,7 +104,7 @@ std::uint8_t sendMessage(Modem &modem, const Submit &submit, const Octets &servi
 }
 
 void receivePending(Modem &modem) {
-    if (!modem.simPresent) { return; } // without it there is no network
+    if (!modem.isRegistered()) { return; }
     std::deque<Incoming> waiting;
     waiting.swap(modem.pending);
     for (; !waiting.empty(); waiting.pop_front()) {

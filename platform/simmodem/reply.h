@@ -26,6 +26,7 @@ enum : unsigned {
     CMS_INVALID_INDEX = 321,
     CMS_MEMORY_FULL = 322,
     CMS_SERVICE_CENTRE_UNKNOWN = 330,
+    CMS_NO_NETWORK = 331,
 };
 
 // TS 27.007, 9.2.

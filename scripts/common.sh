@@ -30,7 +30,7 @@ need_packages() {
 BUILD_PACKAGES=(g++ cmake ninja-build googletest libcli11-dev nlohmann-json3-dev libspdlog-dev
     libfmt-dev libasio-dev)
 MIPS_PACKAGES=(g++-mips-linux-gnu qemu-user)
-CHECK_PACKAGES=(python3 tshark gcovr abigail-tools)
+CHECK_PACKAGES=(python3 tshark gammu gcovr abigail-tools)
 
 # Configures and builds a preset; the rest of the arguments goes to the build.
 build() {

@@ -165,7 +165,7 @@ private:
 
     // False when the modem did not answer, and it is worth asking again.
     bool handle(Arrival &arrival) {
-        Indication &indication = arrival.indication;
+        const Indication &indication = arrival.indication;
         switch (indication.what) {
         case Indication::What::STORED:
         case Indication::What::STORED_REPORT: return handleStored(arrival);

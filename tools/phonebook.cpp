@@ -249,11 +249,10 @@ void Phonebook::checkIndex(u32 index) const {
 std::optional<Contact> Phonebook::read(u32 index) {
     interruption_.check();
     sm_item_t item = {};
-    u32 status = PB_OK;
-    {
+    const u32 status = [&] {
         const SilentOutput silent;
-        status = SM_ReadItem(static_cast<i32>(index), &item);
-    }
+        return SM_ReadItem(static_cast<i32>(index), &item);
+    }();
     if (status == PB_OK) { return Contact{index, nameOf(item), numberOf(item)}; }
     if (status == PB_NOT_FOUND) { return std::nullopt; }
     Failure failure =

@@ -182,12 +182,12 @@ void serviceCentre(const Console &console, const ServiceCentreOptions &options) 
 }
 
 void initialise(const Console &console) {
-    static constexpr const char *WHAT = "set up messaging";
     requireManager();
     ask("AT", "reach the modem");
     const u32 status = InitSMS();
     if (status != SMS_OK) {
         // One of its two commands failed seven times.
+        static constexpr const char *WHAT = "set up messaging";
         const Failure indications = explained(status, WHAT, "AT+CNMI=2,1,0,0,0");
         if (indications.modem) { throw indications; }
         throw explained(status, WHAT, "AT+CPMS=\"SM\",\"SM\",\"SM\"");

@@ -80,7 +80,7 @@ bool Server::senderWaits(const Block &request) const {
     return isWaiting(waitingSender(request.get()));
 }
 
-Subscription::Subscription(std::vector<u32> ids) : mailbox_(subscribe(ids)) {}
+Subscription::Subscription(const std::vector<u32> &ids) : mailbox_(subscribe(ids)) {}
 Subscription::Subscription(Subscription &&) noexcept = default;
 Subscription &Subscription::operator=(Subscription &&) noexcept = default;
 Subscription::~Subscription() = default;

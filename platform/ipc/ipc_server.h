@@ -77,7 +77,7 @@ private:
 // of arrival, also between the ids, none lost while up to SOMAXCONN of them wait to be received.
 class Subscription {
 public:
-    explicit Subscription(std::vector<u32> ids);
+    explicit Subscription(const std::vector<u32> &ids);
     Subscription(Subscription &&) noexcept;
     Subscription &operator=(Subscription &&) noexcept;
     ~Subscription();

@@ -18,6 +18,12 @@ constexpr milliseconds PROBE_WAIT{1000}; // twice, then the modem counts as sile
 constexpr milliseconds SETTLE_AFTER_OPEN{100};
 constexpr milliseconds SETTLE_AFTER_TIMEOUT{250};
 
+constexpr milliseconds SET_UP_WAIT{3000}; // for each command
+
+// What the manager itself has to report.
+constexpr std::string_view MODEM_LOST = "^SMSPB: \"modem lost\"\r\n";
+constexpr std::string_view MODEM_BACK = "^SMSPB: \"modem back\"\r\n";
+
 constexpr std::string_view PROBE = "ATE0\r"; // V.250, 6.2.4: no echo from here on
 constexpr std::string_view ESCAPE = "\x1b";  // TS 27.005, 3.5.1: ends a message unsent
 
@@ -72,7 +78,15 @@ void AtEngine::start() {
 }
 
 void AtEngine::run(Command command, OnReply onReply) {
+    if (settingUp_) {
+        waiting_ = Exchange{std::move(command), std::move(onReply)};
+        return;
+    }
     exchange_ = Exchange{std::move(command), std::move(onReply)};
+    startExchange();
+}
+
+void AtEngine::startExchange() {
     if (state_ == State::CLOSED && (stopped_ || !open())) {
         finish(Ending::NO_MODEM);
     } else if (state_ == State::READY) {
@@ -92,7 +106,7 @@ void AtEngine::stop() {
     state_ = State::CLOSED;
     disarm();
     reopen_.cancel();
-    if (exchange_) { finish(Ending::NO_MODEM); }
+    failAll();
 }
 
 bool AtEngine::open() {
@@ -131,8 +145,20 @@ void AtEngine::onLost(const std::string &why) {
     disarm();
     dropReport();
     state_ = State::CLOSED;
-    if (exchange_) { finish(Ending::NO_MODEM); }
+    if (!std::exchange(wasLost_, true)) { onReport_(MODEM_LOST); }
+    failAll();
     retryLater();
+}
+
+// The caller's command, and one of the manager's own before it.
+void AtEngine::failAll() {
+    settingUp_ = false;
+    setUp_.clear();
+    if (exchange_) { finish(Ending::NO_MODEM); }
+    if (waiting_) {
+        exchange_ = std::exchange(waiting_, std::nullopt);
+        finish(Ending::NO_MODEM);
+    }
 }
 
 void AtEngine::retryLater() {
@@ -179,7 +205,38 @@ void AtEngine::onSettled() {
     lateLines_ = 0;
     owed_ = 0;
     state_ = State::READY;
-    if (exchange_) { begin(); }
+    if (std::exchange(wasLost_, false)) {
+        const std::vector<std::string> commands = settings_.commands();
+        setUp_.assign(commands.begin(), commands.end());
+        waiting_ = std::exchange(exchange_, std::nullopt);
+        onReport_(MODEM_BACK);
+        setUpNext();
+    } else if (exchange_) {
+        begin();
+    }
+}
+
+// One command after the other, then the caller's. What the modem refuses is logged, and no more: it
+// may be another modem by now.
+void AtEngine::setUpNext() {
+    settingUp_ = !setUp_.empty();
+    if (!settingUp_) {
+        exchange_ = std::exchange(waiting_, std::nullopt);
+        if (exchange_) { startExchange(); }
+        return;
+    }
+    Command command{std::move(setUp_.front()), {"OK"}, SET_UP_WAIT, false};
+    setUp_.pop_front();
+    const std::string name = command.text.substr(0, command.text.find('='));
+    exchange_ = Exchange{std::move(command), [this, name](const Reply &reply) {
+                             if (reply.ending == Ending::SILENCE) { setUp_.clear(); }
+                             if (reply.ending != Ending::RESULT ||
+                                 reply.text.find("OK") == std::string::npos) {
+                                 spdlog::warn("{} could not be set again", name);
+                             }
+                             if (settingUp_) { setUpNext(); }
+                         }};
+    startExchange();
 }
 
 void AtEngine::begin() {
@@ -259,6 +316,7 @@ void AtEngine::onReplyLine(std::string_view raw) {
     if (reply_.isSettled()) { owed_ = 0; }
     if (verdict == ReplyCollector::Verdict::REPORT) { report(lineText(raw)); }
     if (verdict == ReplyCollector::Verdict::ENDED) {
+        if (!isErrorResult(lineText(raw), reply_.sent())) { settings_.learn(reply_.sent()); }
         finish(reply_.isSpoilt() ? Ending::OVERFLOW : Ending::RESULT);
     }
 }

@@ -4,10 +4,14 @@
 // In step means that the modem owes no final result. After a command without one, and when the tty
 // has just been opened, the engine sends "ATE0\r" and waits until the late output is over before it
 // sends anything else; late lines are logged and dropped, late reports are told like any other.
+//
+// A modem that comes back is set up as it was before anything else is sent to it, and both its
+// going and its coming are told as reports.
 #ifndef SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
 #define SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,6 +22,7 @@
 #include <asio/steady_timer.hpp>
 
 #include "platform/modemd/at_lines.h"
+#include "platform/modemd/settings_memory.h"
 #include "platform/modemd/tty.h"
 
 namespace smspb::modemd {
@@ -85,6 +90,9 @@ private:
     void onProbeTimeout();
     void onSettled();
 
+    void startExchange();
+    void failAll();
+    void setUpNext();
     void begin();
     void onReplyTimeout();
     void finish(Ending ending);
@@ -118,9 +126,14 @@ private:
     ReportAssembler reports_;
     ReplyCollector reply_;             // of the last command: also tells what late lines answer
     std::optional<Exchange> exchange_; // runs, or waits until both sides are in step
-    bool lineIsOlder_ = false;         // the line under way began before the command was sent
-    unsigned owed_ = 0;                // final results that the modem may still give
-    unsigned lateLines_ = 0;           // dropped, final results aside
+    SettingsMemory settings_;
+    std::deque<std::string> setUp_;   // commands still to be sent to a modem that came back
+    bool settingUp_ = false;          // the exchange that runs is one of them
+    std::optional<Exchange> waiting_; // the caller's, until the modem is set up
+    bool wasLost_ = false;
+    bool lineIsOlder_ = false; // the line under way began before the command was sent
+    unsigned owed_ = 0;        // final results that the modem may still give
+    unsigned lateLines_ = 0;   // dropped, final results aside
     bool probedTwice_ = false;
     std::chrono::milliseconds settle_{0};
 };

@@ -58,13 +58,6 @@ template <typename Table> bool isOneOf(std::string_view line, const Table &table
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-std::string upperCase(std::string_view text) {
-    std::string upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return upper;
-}
-
 std::string_view withoutBlanks(std::string_view text) {
     return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
@@ -138,6 +131,13 @@ bool isHexText(std::string_view line) {
 }
 
 } // namespace
+
+std::string upperCase(std::string_view text) {
+    std::string upper(text);
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return upper;
+}
 
 std::string_view lineText(std::string_view raw) {
     const std::size_t first = raw.find_first_not_of("\r\n");

@@ -15,6 +15,9 @@ namespace smspb::modemd {
 inline constexpr std::size_t LINE_OCTETS_MAX = 4096;
 inline constexpr std::size_t REPLY_OCTETS_MAX = 256 * 1024;
 
+// ASCII alone: AT commands know no locale.
+std::string upperCase(std::string_view text);
+
 // A line without its line ends.
 std::string_view lineText(std::string_view raw);
 

@@ -39,6 +39,7 @@ void declare(CLI::App &app, Options *options) {
         ->capture_default_str();
     app.add_flag("--verbose", options->verbose, "Log the AT traffic, message bodies included");
     app.add_flag("--foreground")->description("Stay in the foreground, as it always does");
+    app.set_version_flag("--version", std::string("smspb-modemd " SMSPB_VERSION));
     app.footer("Prints \"ready\" once requests are taken; logs to standard error. SIGTERM, SIGINT "
                "and SIGHUP "
                "end it.\nExit status: 0 ended by a signal, 1 cannot run, 2 wrong usage.\n"

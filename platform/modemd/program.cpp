@@ -41,13 +41,21 @@ void serve(const Options &options) {
     std::puts("ready");
     std::fflush(stdout);
 
-    // Whoever waits is answered before the loop runs out of work.
+    // The command that runs is finished first; who waits, or comes meanwhile, is turned away.
     asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
+    const auto end = [&] {
+        signals.cancel();
+        face.stop();
+        engine.stop();
+    };
     signals.async_wait([&](asio::error_code, int number) {
         spdlog::info("ending on signal {}", number);
-        face.stop();
-        queue.stop();
-        engine.stop();
+        signals.async_wait([&](asio::error_code error, int again) {
+            if (error) { return; }
+            spdlog::warn("ending on a second signal, {}: what runs is cut short", again);
+            end();
+        });
+        queue.stop(end);
     });
     loop.run();
 }

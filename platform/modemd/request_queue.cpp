@@ -17,14 +17,16 @@ void RequestQueue::add(Job job) {
     }
 }
 
-void RequestQueue::stop() {
+void RequestQueue::stop(std::function<void()> onIdle) {
     isStopped_ = true;
+    onIdle_ = std::move(onIdle);
     std::deque<Job> waiting;
     while (jobs_.size() > (isRunning_ ? 1u : 0u)) {
         waiting.push_front(std::move(jobs_.back()));
         jobs_.pop_back();
     }
     for (const Job &job : waiting) { job.answer({Result::SHUTTING_DOWN, {}}); }
+    if (!isRunning_ && onIdle_) { onIdle_(); }
 }
 
 void RequestQueue::startNext() {
@@ -43,6 +45,7 @@ void RequestQueue::onAnswer(const Answer &answer) {
     jobs_.pop_front();
     isRunning_ = false;
     startNext();
+    if (isStopped_ && onIdle_) { onIdle_(); }
 }
 
 } // namespace smspb::modemd

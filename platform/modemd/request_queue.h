@@ -29,8 +29,9 @@ public:
     // Starts the job when it is alone. One that is not wanted when its turn comes is dropped; one
     // that finds the queue full is answered TOO_MANY.
     void add(Job job);
-    // Answers all that wait, and all that come, with SHUTTING_DOWN; what runs keeps running.
-    void stop();
+    // Answers all that wait, and all that come, with SHUTTING_DOWN; what runs keeps running, and
+    // `onIdle` is called when it is done, at once when nothing runs.
+    void stop(std::function<void()> onIdle = {});
 
 private:
     void startNext();
@@ -40,6 +41,7 @@ private:
     std::deque<Job> jobs_; // the first one runs while `isRunning_`
     bool isRunning_ = false;
     bool isStopped_ = false;
+    std::function<void()> onIdle_;
 };
 
 } // namespace smspb::modemd

@@ -55,23 +55,33 @@ char toOctet(bool gsm, char16_t unit) {
     return code && *code != '"' ? *code : '?';
 }
 
+// Octets of the UTF-8 sequence that begins so; 0 for none.
+std::size_t sequenceLength(unsigned char lead) {
+    if (lead < 0x80) { return 1; }
+    if (lead < 0xC2 || lead > 0xF4) { return 0; }
+    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+// Whether the character takes so many octets, and is one at all.
+bool isCharacter(char32_t value, std::size_t length) {
+    const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
+    const bool surrogate = value >= 0xD800 && value < 0xE000;
+    return !overlong && !surrogate && value <= 0x10FFFF;
+}
+
 // The code point of the sequence that `text` begins with, taken off it; nothing for a malformed
 // one.
 std::optional<char32_t> takeCodePoint(std::string_view &text) {
     const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (text.size() < length || (lead >= 0x80 && lead < 0xC2) || lead > 0xF4) {
-        return std::nullopt;
-    }
+    const std::size_t length = sequenceLength(lead);
+    if (length == 0 || text.size() < length) { return std::nullopt; }
     char32_t value = length == 1 ? lead : lead & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; i++) {
-        const auto octet = static_cast<unsigned char>(text[i]);
+    for (const char c : text.substr(1, length - 1)) {
+        const auto octet = static_cast<unsigned char>(c);
         if ((octet & 0xC0U) != 0x80) { return std::nullopt; }
         value = value << 6 | (octet & 0x3FU);
     }
-    const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
-    const bool surrogate = value >= 0xD800 && value < 0xE000;
-    if (overlong || surrogate || value > 0x10FFFF) { return std::nullopt; }
+    if (!isCharacter(value, length)) { return std::nullopt; }
     text.remove_prefix(length);
     return value;
 }

@@ -192,12 +192,13 @@ void Dialogue::finish(Result result) {
     const Milliseconds wait = latency_ + (late ? run_.fault->time() : Milliseconds(0));
     std::string text = spoiled(std::move(run_.information), resultText(modem_.settings, result));
     after(wait, [this, text = std::move(text)]() mutable {
-        put(modem_.interjects ? interjected(std::move(text)) : std::move(text));
+        if (modem_.interjects) { text = interjected(std::move(text)); }
+        put(std::move(text));
         endSilently();
     });
 }
 
-std::string Dialogue::spoiled(std::string information, std::string result) const {
+std::string Dialogue::spoiled(std::string information, const std::string &result) const {
     if (run_.fault && run_.fault->action == Action::unsolicited) {
         information += informationText(modem_.settings, run_.fault->text);
     }

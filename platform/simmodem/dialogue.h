@@ -56,7 +56,7 @@ private:
     bool absorb(Reply reply);
     void finish(Result result);
     void endSilently();
-    std::string spoiled(std::string information, std::string result) const;
+    std::string spoiled(std::string information, const std::string &result) const;
     void after(Milliseconds wait, std::function<void()> then);
     void awaitUssd();
     std::string interjected(std::string text);

@@ -27,8 +27,37 @@ std::string checkFault(const std::string &text) { return Faults().add(text); }
 
 std::string checkUssd(const std::string &text) { return UssdScript().add(text); }
 
-void addOptions(CLI::App &app, Options &options) {
+void addStorages(CLI::App &app, ModemOptions &modem) {
     static constexpr std::size_t STORAGE_MAX = 10000;
+    app.add_option("--me-size", modem.meSize, "Places of the storage ME")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--sm-size", modem.smSize, "Places of the storage SM")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--pb-sm-size", modem.smPhonebookSize, "Places of the phonebook SM")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--pb-me-size", modem.mePhonebookSize, "Places of the phonebook ME")
+        ->capture_default_str()
+        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
+        ->type_name("");
+    app.add_option("--pb-number-max", modem.phonebookLimits.numberMax,
+                   "Longest number of a phonebook entry, without \"+\"")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 80))
+        ->type_name("");
+    app.add_option("--pb-name-max", modem.phonebookLimits.nameMax,
+                   "Longest name of a phonebook entry")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 240))
+        ->type_name("");
+}
+
+void addOptions(CLI::App &app, Options &options) {
     static constexpr unsigned LATENCY_MAX = 600000;
     app.add_option("--link", options.link, "Symbolic link to the terminal, made when it is ready")
         ->type_name("PATH");
@@ -42,32 +71,7 @@ void addOptions(CLI::App &app, Options &options) {
         ->capture_default_str()
         ->check(CLI::Validator(checkNumber, "NUMBER"))
         ->type_name("");
-    app.add_option("--me-size", options.modem.meSize, "Places of the storage ME")
-        ->capture_default_str()
-        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
-        ->type_name("");
-    app.add_option("--sm-size", options.modem.smSize, "Places of the storage SM")
-        ->capture_default_str()
-        ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
-        ->type_name("");
-    app.add_option("--pb-sm-size", options.modem.smPhonebookSize, "Places of the phonebook SM")
-        ->capture_default_str()
-        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
-        ->type_name("");
-    app.add_option("--pb-me-size", options.modem.mePhonebookSize, "Places of the phonebook ME")
-        ->capture_default_str()
-        ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))
-        ->type_name("");
-    app.add_option("--pb-number-max", options.modem.phonebookLimits.numberMax,
-                   "Longest number of a phonebook entry, without \"+\"")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 80))
-        ->type_name("");
-    app.add_option("--pb-name-max", options.modem.phonebookLimits.nameMax,
-                   "Longest name of a phonebook entry")
-        ->capture_default_str()
-        ->check(CLI::Range(0, 240))
-        ->type_name("");
+    addStorages(app, options.modem);
     app.add_option("--fault", options.faults,
                    "PATTERN=ACTION[:COUNT], as often as wanted; ACTION is silence, error, cms=N, "
                    "cme=N, drop[=MS], half, garbage, delay=MS, unsolicited=TEXT or no-prompt")

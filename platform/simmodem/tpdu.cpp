@@ -280,6 +280,7 @@ bool isTpdu(TpduType type, OctetView tpdu) {
 }
 
 Octets deliverTpdu(const Submit &submit, OctetView originator, const NetworkTime &time) {
+    // cppcheck-suppress badBitmaskCheck ; the type is named though it is 0
     Octets tpdu{low8(MTI_DELIVER | TP_MMS | flag(submit.reportRequested, TP_SRI) |
                      flag(submit.headerPresent, TP_UDHI) | flag(submit.replyPath, TP_RP))};
     append(tpdu, originator);

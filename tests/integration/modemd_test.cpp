@@ -44,6 +44,7 @@
 #include "platform/modemd/modem_service.h"
 #include "platform/modemd/records.h"
 #include "platform/modemd/request_queue.h"
+#include "platform/modemd/settings_memory.h"
 
 namespace {
 
@@ -1255,6 +1256,57 @@ TEST_F(Modemd, OutputForAnEarlierOwnerIsNotTakenForAReply) {
     EXPECT_EQ(daemon_->log().find("without a command"), std::string::npos) << daemon_->log();
 }
 
+// ================ what the callers have set ================
+
+struct Learnt {
+    const char *name;
+    Texts lines;
+    Texts commands; // without their "\r"
+};
+
+void PrintTo(const Learnt &learnt, std::ostream *out) { *out << learnt.name; }
+
+class Settings : public testing::TestWithParam<Learnt> {};
+
+TEST_P(Settings, AreLearntFromWhatSucceeded) {
+    SettingsMemory memory;
+    for (const std::string &line : GetParam().lines) { memory.learn(line + "\r"); }
+    Texts commands;
+    for (const std::string &line : memory.commands()) {
+        EXPECT_TRUE(line.ends_with('\r'));
+        commands.push_back(line.substr(0, line.size() - 1));
+    }
+    EXPECT_EQ(commands, GetParam().commands);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(
+    Memory, Settings,
+    testing::Values(
+        Learnt{"Nothing", {}, {}},
+        Learnt{"TheLastValueCounts", {"AT+CMEE=1", "AT+CMEE=2"}, {"AT+CMEE=2"}},
+        Learnt{"AnyCaseAndBlanks", {"at +cmee = 1"}, {"AT+CMEE=1"}},
+        Learnt{"WhatIsLeftOutStays", {"AT+CNMI=2,1,0,2,0", "AT+CNMI=,,2"}, {"AT+CNMI=2,1,2,2,0"}},
+        Learnt{"OnlyTheSecondParameter", {"AT+CNMI=,1"}, {"AT+CNMI=,1"}},
+        Learnt{"FewerParametersLeaveTheRest", {R"(AT+CPMS="SM","SM","SM")", R"(AT+CPMS="ME")"},
+               {R"(AT+CPMS="ME","SM","SM")"}},
+        Learnt{"ReadAndTestSetNothing", {"AT+CMEE?", "AT+CMEE=?", "AT+CNMI"}, {}},
+        Learnt{"OtherCommandsAreNotKept", {"AT+CMGF=0", "AT+CMGS=18", "ATD123", "AT+CPBW=3"}, {}},
+        Learnt{"SeveralInALine", {"ATE0+CMEE=1;+CREG=2"}, {"AT+CMEE=1", "AT+CREG=2"}},
+        Learnt{"ASemicolonInAStringIsText", {R"(AT+CSCB=0,"1;+CMEE=1","")"},
+               {R"(AT+CSCB=0,"1;+CMEE=1","")"}},
+        Learnt{"TheCharacterSetComesLast", {R"(AT+CSCS="UCS2")", "AT+CMEE=1"},
+               {"AT+CMEE=1", R"(AT+CSCS="UCS2")"}},
+        Learnt{"AUssdRequestIsNotSentAgain", {R"(AT+CUSD=1,"*100#",15)"}, {"AT+CUSD=1"}},
+        Learnt{"TheEndOfAUssdDialogueIsNoSetting", {"AT+CUSD=1", "AT+CUSD=2"}, {"AT+CUSD=1"}},
+        Learnt{"ZForgetsAll", {"AT+CMEE=1", "ATZ"}, {}},
+        Learnt{"FactorySettingsForgetAll", {"AT+CMEE=1", "AT&F0+CREG=1"}, {"AT+CREG=1"}},
+        Learnt{"AResetForgetsAll", {"AT+CMEE=1", "AT+CFUN=1,1"}, {}},
+        Learnt{"FullFunctionalityAloneForgetsNothing", {"AT+CMEE=1", "AT+CFUN=1"}, {"AT+CMEE=1"}},
+        Learnt{"NoCommandAtAll", {"", "A", "+CMEE=1", "AT+CMEE="}, {"AT+CMEE="}}),
+    CaseName());
+// clang-format on
+
 // ================ the terminal ================
 
 TEST_F(Modemd, ATerminalThatVanishesFailsThePendingRequestsAtOnce) {
@@ -1275,6 +1327,51 @@ TEST_F(Modemd, ATerminalThatVanishesFailsThePendingRequestsAtOnce) {
     modem_.answerProbe();
     modem_.answer("AT\r", "\r\nOK\r\n");
     again.gives("\r\nOK\r\n");
+}
+
+TEST_F(Modemd, AModemThatComesBackIsSetUpAsItWas) {
+    startInStep();
+    for (const std::string line : {"AT+CMEE=1\r", "AT+CNMI=2,1,0,1,0\r", "AT+CSCS=\"UCS2\"\r"}) {
+        Question set = command(line);
+        modem_.answer(line, "\r\nOK\r\n");
+        set.gives("\r\nOK\r\n");
+    }
+    Question refused = command("AT+CPMS=\"XX\"\r");
+    modem_.answer("AT+CPMS=\"XX\"\r", "\r\nERROR\r\n");
+    refused.gives("\r\nERROR\r\n");
+    smspb::ipc::Subscription reports({REPORT_NOTIFICATION});
+    modem_.vanish();
+    EXPECT_EQ(textOf(reports.receive(SOON).value()), "^SMSPB: \"modem lost\"\r\n");
+    modem_.appear();
+    Question first = command("AT\r");
+    modem_.answerProbe();
+    EXPECT_EQ(textOf(reports.receive(SOON).value()), "^SMSPB: \"modem back\"\r\n");
+    modem_.answer("AT+CMEE=1\r", "\r\nOK\r\n");
+    modem_.answer("AT+CNMI=2,1,0,1,0\r", "\r\nERROR\r\n");
+    modem_.answer("AT+CSCS=\"UCS2\"\r", "\r\nOK\r\n");
+    modem_.answer("AT\r", "\r\nOK\r\n");
+    first.gives("\r\nOK\r\n");
+    EXPECT_TRUE(daemon_->logs("AT+CNMI could not be set again")) << daemon_->log();
+}
+
+TEST_F(Modemd, AModemThatGoesWhileItIsSetUpIsSetUpAtItsNextReturn) {
+    startInStep();
+    Question set = command("AT+CMEE=2\r");
+    modem_.answer("AT+CMEE=2\r", "\r\nOK\r\n");
+    set.gives("\r\nOK\r\n");
+    modem_.vanish();
+    EXPECT_TRUE(daemon_->logs("is lost: "));
+    modem_.appear();
+    modem_.answerProbe();
+    modem_.expect("AT+CMEE=2\r");
+    Question waiting = command("AT\r");
+    EXPECT_FALSE(waiting.isAnswered());
+    modem_.vanish();
+    waiting.fails(Result::NO_MODEM);
+    modem_.appear();
+    modem_.answerProbe();
+    modem_.answer("AT+CMEE=2\r", "\r\nOK\r\n");
+    expectAlive();
 }
 
 TEST_F(Modemd, ATerminalThatComesLaterIsOpenedByItself) {
@@ -1350,7 +1447,8 @@ TEST_F(Modemd, ATerminalThatAnotherManagerHoldsIsLeftAlone) {
     ::setenv("SMSPB_RUNTIME_DIR", (directory_ / "other").c_str(), 1);
     Daemon other({"--device", device()});
     ASSERT_TRUE(other.isReady());
-    EXPECT_TRUE(other.logs(device() + " is in use by another process"));
+    EXPECT_TRUE(other.logs(device() + " is in use by process ")) << other.log();
+    EXPECT_TRUE(other.logs("(smspb-modemd)")) << other.log();
     command("AT\r").fails(Result::NO_MODEM);
     modem_.expectNothing();
 }
@@ -1732,18 +1830,39 @@ TEST_F(ShortWaits, WithoutAFinalResultTheMessageFails) {
 
 // ================ the end ================
 
-TEST_F(Modemd, EndsCleanlyAndAnswersEverybodyWhoWaits) {
-    startInStep();
-    Question running(SEND_REQUEST, sendRecord(PDU));
-    modem_.answer("AT+CMGF=0\r", "\r\nOK\r\n");
-    modem_.answer("AT+CMGS=18\r", "\r\n> ");
-    modem_.expect(PDU_STEP);
-    Question waiting = command("AT\r");
-    EXPECT_FALSE(waiting.isAnswered());
+// ================ the end ================
+
+// A manager whose message is under way, behind which another request waits.
+class AtItsEnd : public Modemd {
+protected:
+    AtItsEnd() {
+        startInStep();
+        running_.emplace(SEND_REQUEST, sendRecord(PDU));
+        modem_.answer("AT+CMGF=0\r", "\r\nOK\r\n");
+        modem_.answer("AT+CMGS=18\r", "\r\n> ");
+        modem_.expect(PDU_STEP);
+        waiting_.emplace(command("AT\r"));
+        EXPECT_FALSE(waiting_->isAnswered());
+        daemon_->signal(SIGTERM);
+        const Response other = waiting_->wait();
+        EXPECT_TRUE(other.status != IPC_OK ||
+                    other.result == static_cast<u32>(Result::SHUTTING_DOWN));
+    }
+
+    std::optional<Question> running_, waiting_;
+};
+
+TEST_F(AtItsEnd, WhatRunsIsFinished) {
+    EXPECT_FALSE(running_->isAnswered());
+    modem_.say("\r\n+CMGS: 5\r\n\r\nOK\r\n");
+    running_->gives("\r\n+CMGS: 5\r\n\r\nOK\r\n");
+    EXPECT_EQ(daemon_->exitCode(), 0);
+}
+
+TEST_F(AtItsEnd, ASecondSignalCutsShortWhatRuns) {
+    EXPECT_TRUE(daemon_->logs("ending on signal"));
     daemon_->signal(SIGTERM);
-    running.fails(Result::SHUTTING_DOWN);
-    const Response other = waiting.wait();
-    EXPECT_TRUE(other.status != IPC_OK || other.result == static_cast<u32>(Result::SHUTTING_DOWN));
+    running_->fails(Result::SHUTTING_DOWN);
     modem_.expect("\x1b"); // a modem left at its prompt would take the next command for text
     EXPECT_EQ(daemon_->exitCode(), 0);
 }

@@ -78,6 +78,8 @@ public:
         return true;
     }
 
+    pid_t pid() const { return pid_; }
+
     void end(int signal) {
         if (pid_ <= 0) { return; }
         ::kill(pid_, signal);

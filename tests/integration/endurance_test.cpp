@@ -137,8 +137,7 @@ struct Tally {
 
 constexpr int CONTACTS_EACH = 7;
 constexpr u32 CONTACT_WAIT_MS = 300;
-constexpr long GROWTH_KIB =
-    2048; // the first use of pages and buffers; a leak passes it with the seeds
+constexpr long GROWTH_KIB = 2048; // pages and buffers that are used for the first time
 
 std::string contactNumber(int location) { return std::to_string(5550000 + location); }
 

@@ -38,6 +38,7 @@ void declare(CLI::App &app, Options *options) {
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
     app.add_flag("--verbose", options->verbose, "Log the AT traffic, message bodies included");
+    app.add_flag("--syslog", options->toSyslog, "Log to syslog, not to standard error");
     app.add_flag("--foreground")->description("Stay in the foreground, as it always does");
     app.set_version_flag("--version", std::string("smspb-modemd " SMSPB_VERSION));
     app.footer("Prints \"ready\" once requests are taken; logs to standard error. SIGTERM, SIGINT "

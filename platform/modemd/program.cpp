@@ -8,26 +8,34 @@
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/sinks/syslog_sink.h>
 #include <spdlog/spdlog.h>
 
 #include "platform/modemd/at_engine.h"
 #include "platform/modemd/ipc_face.h"
 #include "platform/modemd/modem_service.h"
 #include "platform/modemd/request_queue.h"
+#include "platform/modemd/service_manager.h"
 
 namespace smspb::modemd {
 namespace {
 
-void openLog(bool verbose) {
-    spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
-    spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
-    spdlog::set_level(verbose ? spdlog::level::debug : spdlog::level::info);
+void openLog(const Options &options) {
+    if (options.toSyslog) {
+        spdlog::set_default_logger(
+            spdlog::syslog_logger_st("smspb-modemd", "smspb-modemd", LOG_PID, LOG_DAEMON));
+        spdlog::set_pattern("%v");
+    } else {
+        spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
+        spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
+    }
+    spdlog::set_level(options.verbose ? spdlog::level::debug : spdlog::level::info);
 }
 
 } // namespace
 
 void serve(const Options &options) {
-    openLog(options.verbose);
+    openLog(options);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
     asio::io_context loop(1);
     IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
@@ -40,6 +48,7 @@ void serve(const Options &options) {
     face.listen(queue);
     std::puts("ready");
     std::fflush(stdout);
+    tellServiceManager("READY=1");
 
     // The command that runs is finished first; who waits, or comes meanwhile, is turned away.
     asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
@@ -50,6 +59,7 @@ void serve(const Options &options) {
     };
     signals.async_wait([&](asio::error_code, int number) {
         spdlog::info("ending on signal {}", number);
+        tellServiceManager("STOPPING=1");
         signals.async_wait([&](asio::error_code error, int again) {
             if (error) { return; }
             spdlog::warn("ending on a second signal, {}: what runs is cut short", again);

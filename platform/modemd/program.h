@@ -11,6 +11,7 @@ struct Options {
     unsigned baud = 115200;
     unsigned keepTransfers = 60;
     bool verbose = false;
+    bool toSyslog = false; // the log, in place of standard error
 };
 
 // Runs until SIGINT, SIGTERM or SIGHUP. Prints "ready" once requests are taken. Throws

@@ -5,7 +5,9 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -1826,6 +1828,49 @@ TEST_F(ShortWaits, WithoutAFinalResultTheMessageFails) {
     EXPECT_EQ(given.result, Result::NO_ANSWER);
     EXPECT_EQ(given.text, "");
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
+}
+
+// ================ the service manager ================
+
+class ServiceManager {
+public:
+    explicit ServiceManager(const fs::path &path)
+        : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(
+            ::bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    }
+    ~ServiceManager() { ::unsetenv("NOTIFY_SOCKET"); }
+    ServiceManager(const ServiceManager &) = delete;
+    ServiceManager &operator=(const ServiceManager &) = delete;
+
+    std::string next() const { return readSome(socket_.get(), steady_clock::now() + SOON); }
+
+private:
+    Descriptor socket_;
+};
+
+TEST_F(Modemd, TellsTheServiceManagerThatItIsReadyAndThatItEnds) {
+    const ServiceManager manager(directory_ / "notify");
+    startInStep();
+    EXPECT_EQ(manager.next(), "READY=1");
+    daemon_->signal(SIGTERM);
+    EXPECT_EQ(manager.next(), "STOPPING=1");
+    EXPECT_EQ(daemon_->exitCode(), 0);
+}
+
+TEST_F(Modemd, DoesWithoutAServiceManager) {
+    for (const std::string path : {"", "/", "relative", "/no/such/socket"}) {
+        ::setenv("NOTIFY_SOCKET", path.c_str(), 1);
+        startInStep();
+        expectAlive();
+        daemon_->signal(SIGTERM);
+        EXPECT_EQ(daemon_->exitCode(), 0) << path;
+    }
+    ::unsetenv("NOTIFY_SOCKET");
 }
 
 // ================ the end ================

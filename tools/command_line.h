@@ -49,7 +49,7 @@ void addMessage(CLI::App *command, ComposeOptions &options);
 void addStorage(CLI::App *command, std::string &storage, const std::string &description);
 
 void addMessageCommands(CLI::App &app, CommandLine &line); // send, save, inbox, read, delete
-void addSettingCommands(CLI::App &app, CommandLine &line); // storage, smsc, init, at
+void addSettingCommands(CLI::App &app, CommandLine &line); // status, storage, smsc, init, at
 void addPduCommands(CLI::App &app, CommandLine &line);     // decode, encode
 void addEventCommands(CLI::App &app, CommandLine &line);   // listen, ussd
 void addContactCommands(CLI::App &app, CommandLine &line); // contacts ...

@@ -1,9 +1,21 @@
-// storage, smsc, init, at.
+// status, storage, smsc, init, at.
 #include "tools/command_line.h"
 
 namespace smspb::cli {
 
 namespace {
+
+void addStatus(CLI::App &app, CommandLine &line) {
+    CLI::App *const command =
+        addCommand(app, "status", "Show the modem, its SIM, the network and the storages",
+                   "  smspb status\n  smspb status --json");
+    command->callback([&line] {
+        line.action = [](const Console &console) {
+            showStatus(console);
+            return Exit::OK;
+        };
+    });
+}
 
 void addStorageCounts(CLI::App &app, CommandLine &line) {
     const auto options = std::make_shared<StorageOptions>();
@@ -50,6 +62,7 @@ void addAt(CLI::App &app, CommandLine &line) {
 } // namespace
 
 void addSettingCommands(CLI::App &app, CommandLine &line) {
+    addStatus(app, line);
     addStorageCounts(app, line);
     addServiceCentre(app, line);
     addInit(app, line);

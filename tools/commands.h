@@ -76,6 +76,9 @@ void encode(const Console &console, const ComposeOptions &options);
 Exit listen(const Console &console, const ListenOptions &options);
 Exit ussd(const Console &console, const UssdOptions &options);
 
+// status
+void showStatus(const Console &console);
+
 // The storage that an option names; the SIM when it names none.
 u32 storageCode(const std::string &option);
 

@@ -77,6 +77,16 @@ std::string ask(const std::string &command, std::string_view what) {
     return reply;
 }
 
+std::vector<std::string> linesOf(std::string_view reply) {
+    std::vector<std::string> lines;
+    while (!reply.empty()) {
+        const std::size_t end = std::min(reply.find_first_of("\r\n"), reply.size());
+        if (end != 0) { lines.emplace_back(reply.substr(0, end)); }
+        reply.remove_prefix(std::min(end + 1, reply.size()));
+    }
+    return lines;
+}
+
 bool meansEmpty(const ModemError &error) {
     static constexpr u32 CMS_INVALID_INDEX = 321, CME_INVALID_INDEX = 21, CME_NOT_FOUND = 22;
     if (error.isMessageService) { return error.number == CMS_INVALID_INDEX; }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "comm/smspb_types.h"
 #include "tools/failure.h"
@@ -27,6 +28,9 @@ std::string run(const std::string &command, std::string_view what, u32 waitMs = 
 
 // The same, and an error of the modem is a Failure too.
 std::string ask(const std::string &command, std::string_view what);
+
+// The lines of a reply that are not empty.
+std::vector<std::string> linesOf(std::string_view reply);
 
 // Whether the error is what modems call an empty location: TS 27.005, 3.2.5: invalid memory index;
 // TS 27.007, 9.2: invalid index, not found.

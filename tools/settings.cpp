@@ -104,16 +104,6 @@ void checkCommand(const std::string &command) {
     }
 }
 
-std::vector<std::string> linesOf(std::string_view reply) {
-    std::vector<std::string> lines;
-    while (!reply.empty()) {
-        const std::size_t end = std::min(reply.find_first_of("\r\n"), reply.size());
-        if (end != 0) { lines.emplace_back(reply.substr(0, end)); }
-        reply.remove_prefix(std::min(end + 1, reply.size()));
-    }
-    return lines;
-}
-
 // A reply is octets; what is not UTF-8 becomes visible.
 Json toJson(const std::vector<std::string> &lines) {
     Json json = Json::array();

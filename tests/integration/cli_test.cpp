@@ -506,6 +506,39 @@ TEST_F(ToolWithModem, AnotherStorageIsUsedAndTheModemsChoiceRestored) {
     EXPECT_EQ(inboxTexts(), Texts{"on the SIM"});
 }
 
+TEST_F(ToolWithModem, StatusShowsTheModemItsSimTheNetworkAndTheStorages) {
+    sendToSelf("one");
+    EXPECT_EQ(run({"status"}).out, "modem:     smspb simulated modem\n"
+                                   "revision:  1.0.0\n"
+                                   "IMEI:      490154203237518\n"
+                                   "SIM:       READY\n"
+                                   "network:   smspb test network, registered, home\n"
+                                   "signal:    -71 dBm\n"
+                                   "storages:  SM 1 of 50\n");
+    const Json status = json({"status"});
+    EXPECT_EQ(status["operator"], "smspb test network");
+    EXPECT_EQ(status["signal_dbm"], -71);
+    EXPECT_EQ(status["storages"], Json::array({
+                                      {{"storage", "SM"}, {"used", 1}, {"total", 50}}
+    }));
+}
+
+TEST_F(ToolWithModem, StatusLeavesOutWhatTheModemDoesNotTell) {
+    fault("+CPIN=cme=10");
+    fault("+COPS=error");
+    fault("+CSQ=error");
+    fault("+CREG=error");
+    fault("+CPMS=error");
+    const Result result = run({"status"});
+    EXPECT_EQ(result.code, OK) << result;
+    EXPECT_TRUE(contains(result.out, "SIM:       not there or not readable\n"
+                                     "network:   unknown\n"
+                                     "signal:    unknown\n"
+                                     "storages:  unknown\n"))
+        << result;
+    EXPECT_EQ(json({"status"})["signal_dbm"], nullptr);
+}
+
 TEST_F(ToolWithModem, StorageShowsBothAndWhatTheyAreFor) {
     sendToSelf("one");
     EXPECT_EQ(run({"storage"}).out, "STORAGE  USED  TOTAL  FREE  FOR\n"

@@ -1,5 +1,5 @@
 // What a tester lets happen to a running modem. An event is a JSON object with its name under
-// "event"; docs/simmodem.md lists them.
+// "event"; docs/simulated-modem.md lists them.
 #pragma once
 
 #include "modem.h"

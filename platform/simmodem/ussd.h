@@ -35,7 +35,7 @@ struct UssdAnswer {
 
 class UssdScript {
 public:
-    // The codes that every simulated modem knows: docs/simmodem.md lists them.
+    // The codes that every simulated modem knows: docs/simulated-modem.md lists them.
     UssdScript();
 
     // Takes one answer in its text form, instead of an earlier one. Returns what is wrong with it;

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "comm/smspb_types.h"
+#include "platform/ipc/peer.h"
 
 namespace smspb::ipc {
 
@@ -42,14 +43,17 @@ public:
     u32 messageId() const;
     u32 sessionId() const; // 0 for a queue message, which has none
     std::span<const std::byte> payload() const;
+    // The process that sent it.
+    const Peer &sender() const { return sender_; }
 
 private:
     friend class Mailbox;
     struct Release {
         void operator()(void *block) const noexcept;
     };
-    explicit Block(void *block) : block_(block) {}
+    Block(void *block, const Peer &sender) : block_(block), sender_(sender) {}
     std::unique_ptr<void, Release> block_;
+    Peer sender_;
 };
 
 // Serves a destination. Throws when another live process serves it; what a dead one left behind is

@@ -160,7 +160,7 @@ std::optional<Block> Mailbox::take() {
     const std::lock_guard lock(processMutex());
     for (;;) {
         if (auto sender = oldestReady()) {
-            if (void *block = readMessage(std::move(*sender))) { return Block(block); }
+            if (auto block = readMessage(std::move(*sender))) { return block; }
         } else if (!acceptNext()) {
             watchSilent();
             return std::nullopt;
@@ -197,7 +197,9 @@ bool Mailbox::acceptNext() {
     const int fd = sender.connection.get();
     if (fd < 0) { return errno == EINTR || errno == ECONNABORTED; }
     const bool staysSilent = sender.usesSpare && !waitReadable(fd, deadlineAfter(SPARE_WAIT));
-    if (!isTrustedPeer(fd) || staysSilent) { return true; }
+    const std::optional<Peer> peer = peerOf(fd);
+    if (!peer || !isTrusted(*peer) || staysSilent) { return true; }
+    sender.peer = *peer;
     if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
     silent_.push_back(std::move(sender));
     return true;
@@ -217,29 +219,29 @@ Mailbox::Sender Mailbox::acceptSender() {
     return sender;
 }
 
-// The message as a block, an ordinary one with its sender's address; null when it is refused. A
+// The message as a block, an ordinary one with its sender's address; nothing when it is refused. A
 // request that came on the spare descriptor is: there is none to keep its sender waiting with.
-void *Mailbox::readMessage(Sender sender) {
+std::optional<Block> Mailbox::readMessage(Sender sender) {
     Header header{};
     const int fd = sender.connection.get();
     const ssize_t size = peekHeader(fd, &header);
     const bool mayStay = header.kind != REQUEST || !sender.usesSpare;
     if (size <= 0 || !isWellFormed(header, size) || !welcome_(header) || !mayStay) {
-        return nullptr;
+        return std::nullopt;
     }
     const u32 payload = static_cast<u32>(size) - headerOctets(header.kind);
     const bool isQueued = header.kind == QUEUED;
     const u32 room = isQueued ? payload : roundUpTo4(payload) + IPC_ADDRESS_SIZE;
     void *block = ipc_memory_assign(room, isQueued ? QUEUED : ONE_WAY);
-    if (block == nullptr) { return nullptr; }
+    if (block == nullptr) { return std::nullopt; }
     recv(fd, block, static_cast<size_t>(size), MSG_DONTWAIT);
-    if (isQueued) { return block; }
+    if (isQueued) { return Block(block, sender.peer); }
     Address address = {0, sender.name};
     if (header.kind == REQUEST) {
         address.waiting = keepWaiting(std::move(sender.connection), header.sessionId);
     }
     std::memcpy(payloadStart(block) + roundUpTo4(payload), &address, sizeof(address));
-    return block;
+    return Block(block, sender.peer);
 }
 
 } // namespace smspb::ipc

@@ -45,6 +45,7 @@ private:
     struct Sender {
         Descriptor connection;
         sockaddr_un name{};
+        Peer peer{};
         bool usesSpare = false, isWatched = false;
     };
 
@@ -56,7 +57,7 @@ private:
     bool acceptNext();
     Sender acceptSender();
     std::optional<Sender> oldestReady();
-    void *readMessage(Sender sender);
+    std::optional<Block> readMessage(Sender sender);
 
     Welcome welcome_;
     Descriptor lock_;

@@ -89,12 +89,14 @@ u32 makeAddress(const std::string &path, Address *address) {
     return 0;
 }
 
-bool isTrustedPeer(int socket) {
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           (peer.uid == 0 || peer.uid == geteuid());
+std::optional<Peer> peerOf(int socket) {
+    ucred told{};
+    socklen_t size = sizeof(told);
+    if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &told, &size) != 0) { return std::nullopt; }
+    return Peer{told.pid, told.uid, told.gid};
 }
+
+bool isTrusted(const Peer &peer) { return peer.user == 0 || peer.user == geteuid(); }
 
 u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection) {
     if (!isPath(address.name)) { return EDESTADDRREQ; }
@@ -108,7 +110,8 @@ u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection)
         isFull = error == EINTR;
     }
     if (error != 0) { return error == ENOENT ? ECONNREFUSED : error; }
-    if (!isTrustedPeer(own.get())) { return EPERM; }
+    const std::optional<Peer> peer = peerOf(own.get());
+    if (!peer || !isTrusted(*peer)) { return EPERM; }
     *connection = std::move(own);
     return 0;
 }

@@ -8,12 +8,14 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "comm/platform_ipc.h"
 #include "platform/ipc/block.h"
 #include "platform/ipc/descriptor.h"
+#include "platform/ipc/peer.h"
 
 namespace smspb::ipc {
 
@@ -38,8 +40,11 @@ static_assert(sizeof(Address) == IPC_ADDRESS_SIZE);
 // ENAMETOOLONG when the path does not fit a socket's address.
 u32 makeAddress(const std::string &path, Address *address);
 
-// Whether the process at the other end runs as our own user or as root.
-bool isTrustedPeer(int socket);
+// The process at the other end, as it was when it connected; nothing when the kernel does not say.
+std::optional<Peer> peerOf(int socket);
+
+// Whether it runs as our own user or as root.
+bool isTrusted(const Peer &peer);
 
 // Connects until the deadline, which counts only while the receiver's queue is full (EAGAIN).
 // ECONNREFUSED when nobody listens there.

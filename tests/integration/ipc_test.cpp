@@ -334,6 +334,16 @@ TEST_F(Request, CarriesItsHeaderAndItsSenderBehindThePaddedPayload) {
     }
 }
 
+TEST_F(Request, NamesTheProcessThatSentIt) {
+    Server server(DESTINATION);
+    const Child asker([] { return ask("hello").status == IPC_OK ? 0 : 1; });
+    const auto request = server.receive(SOON);
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->sender().process, asker.pid());
+    EXPECT_EQ(request->sender().user, geteuid());
+    EXPECT_EQ(request->sender().group, getegid());
+}
+
 TEST_F(Request, FailsAtOnceWhenNobodyServes) {
     const Outcome outcome = ask("anyone?");
     EXPECT_EQ(outcome.status, IPC_SEND_FAILED);

@@ -1,5 +1,4 @@
-// The platform's functions for sending. Nothing is kept between calls. Every result but 0 is an
-// errno value:
+// The platform's functions for sending. Every result but 0 is an errno value:
 //   EINVAL        a null argument, not a block of IPC memory, or lengths that do not agree
 //   EMSGSIZE      more payload than PAYLOAD_OCTETS_MAX
 //   ECONNREFUSED  nobody serves the destination or reads the queue
@@ -22,6 +21,7 @@
 #include "comm/platform_ipc.h"
 #include "platform/ipc/block.h"
 #include "platform/ipc/directory.h"
+#include "platform/ipc/idle.h"
 #include "platform/ipc/ipc_server.h"
 #include "platform/ipc/socket.h"
 #include "platform/ipc/waiting.h"
@@ -121,17 +121,51 @@ u32 takeAnswer(int socket, void *block, u32 *octets) {
     return 0;
 }
 
+// ECONNRESET when the request was not read, and ECONNABORTED when it was and is not answered.
 u32 awaitAnswer(int socket, u32 sessionId, Deadline deadline, void *block, u32 *octets) {
     while (waitReadable(socket, deadline)) {
         Header header{};
         const ssize_t size = peekHeader(socket, &header);
         if (size < 0) { return static_cast<u32>(errno); }
-        if (size == 0) { return ECONNRESET; }
+        if (size == 0) { return ECONNABORTED; }
         if (isAnswer(header, size, sessionId)) { return takeAnswer(socket, block, octets); }
         recv(socket, nullptr, 0, MSG_DONTWAIT);
         if (Clock::now() >= deadline) { break; }
     }
     return ETIMEDOUT;
+}
+
+// A synchronous request, with its deadline and the room for its answer.
+struct Question {
+    Header header;
+    std::span<const std::byte> payload;
+    Deadline deadline;
+    void *response;
+    u32 octets; // in: the response's room; out: what came
+
+    // On a connection that nothing is owed on. The results of awaitAnswer().
+    u32 ask(int socket) {
+        const u32 error = sendMessage(socket, header, payload);
+        if (error != 0) { return error == EPIPE ? ECONNRESET : error; }
+        return awaitAnswer(socket, header.sessionId, deadline, response, &octets);
+    }
+};
+
+// On an idle connection if there is one. Its server may have closed it, and has not read the
+// request then: that is no failure, another connection may do better.
+u32 askSomehow(const Address &address, Question *question) {
+    u32 error = ECONNRESET;
+    Descriptor connection = takeIdle(address);
+    while (connection.isOpen() && error == ECONNRESET) {
+        error = question->ask(connection.get());
+        if (error == ECONNRESET) { connection = takeIdle(address); }
+    }
+    if (!connection.isOpen()) {
+        error = connectTo(address, question->deadline, &connection);
+        if (error == 0) { error = question->ask(connection.get()); }
+    }
+    if (error == 0) { keepIdle(address, std::move(connection)); }
+    return error == ECONNABORTED ? ECONNRESET : error;
 }
 
 } // namespace
@@ -178,16 +212,11 @@ u32 ipc_msg_send_syn(const void *address, void *request, u32 len, u32 timeout_ms
     const Deadline deadline = deadlineAfter(std::chrono::milliseconds(timeout_ms));
     if (address == nullptr || !isBlock(response) || response_len == nullptr) { return EINVAL; }
     if (const u32 error = checkOrdinary(request, len); error != 0) { return error; }
-    Descriptor connection;
-    Header header = readHeader(request);
-    header.kind = REQUEST;
-    u32 error = connectTo(addressFrom(address), deadline, &connection);
-    if (error == 0) { error = sendMessage(connection.get(), header, payloadOf(request)); }
-    if (error == EPIPE) { return ECONNRESET; }
-    if (error != 0) { return error; }
-    u32 octets = std::min(*response_len, payloadRoom(response));
-    error = awaitAnswer(connection.get(), header.sessionId, deadline, response, &octets);
-    if (error == 0) { *response_len = octets; }
+    Question question{readHeader(request), payloadOf(request), deadline, response,
+                      std::min(*response_len, payloadRoom(response))};
+    question.header.kind = REQUEST;
+    const u32 error = askSomehow(addressFrom(address), &question);
+    if (error == 0) { *response_len = question.octets; }
     return error;
 }
 

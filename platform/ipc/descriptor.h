@@ -20,6 +20,8 @@ public:
 
     int get() const { return fd_; }
     bool isOpen() const { return fd_ >= 0; }
+    // Lets go of it without closing it.
+    int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1) {
         if (isOpen()) { close(fd_); }
         fd_ = fd;

@@ -7,9 +7,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/ipc/directory.h"
 #include "platform/ipc/failure.h"
@@ -23,6 +25,9 @@ namespace fs = std::filesystem;
 
 // Of peers that connect and say nothing, the oldest is dropped beyond this many.
 constexpr size_t SILENT_SENDERS_MAX = 64;
+// Of peers that have their answer and may ask again, the oldest is let go beyond this many: it
+// connects anew.
+constexpr size_t KEPT_SENDERS_MAX = 64;
 // How long a peer that was accepted on the spare descriptor has for its message: that one cannot be
 // left for later.
 constexpr std::chrono::milliseconds SPARE_WAIT{250};
@@ -60,14 +65,23 @@ Descriptor lockName(const fs::path &path, const std::string &what) {
     return file;
 }
 
-bool watch(int poller, int fd) {
+bool watch(int poller, int fd, u32 events = EPOLLIN, int step = EPOLL_CTL_ADD) {
     epoll_event event{};
-    event.events = EPOLLIN;
-    return epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event) == 0;
+    event.events = events;
+    event.data.fd = fd;
+    return epoll_ctl(poller, step, fd, &event) == 0;
 }
 
 // A connection that is kept for its answer must not make the mailbox look full when it hangs up.
 void stopWatching(int poller, int fd) { epoll_ctl(poller, EPOLL_CTL_DEL, fd, nullptr); }
+
+Descriptor openSpare() { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+// The descriptor that has been ready for longest; -1 for none.
+int firstReady(int poller) {
+    epoll_event event{};
+    return epoll_wait(poller, &event, 1, 0) == 1 ? event.data.fd : -1;
+}
 
 bool isReadable(int fd) {
     pollfd event = {fd, POLLIN, 0};
@@ -114,6 +128,7 @@ Mailbox::~Mailbox() {
 void Mailbox::abandon() {
     names_.clear();
     silent_.clear();
+    kept_.clear();
     spare_.reset();
     poller_.reset();
     listener_.reset();
@@ -124,6 +139,7 @@ void Mailbox::listenAt(const fs::path &path) {
     const Address address = addressOf(path);
     listener_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     poller_.reset(epoll_create1(EPOLL_CLOEXEC));
+    spare_ = openSpare();
     if (!listener_.isOpen() || !poller_.isOpen()) { fail(errno, path.string()); }
     const auto *name = reinterpret_cast<const sockaddr *>(&address.name);
     if (bind(listener_.get(), name, sizeof(address.name)) != 0) { fail(errno, path.string()); }
@@ -158,14 +174,48 @@ std::optional<Block> Mailbox::receive(std::chrono::milliseconds wait) {
 
 std::optional<Block> Mailbox::take() {
     const std::lock_guard lock(processMutex());
-    for (;;) {
-        if (auto sender = oldestReady()) {
-            if (auto block = readMessage(std::move(*sender))) { return block; }
-        } else if (!acceptNext()) {
-            watchSilent();
-            return std::nullopt;
-        }
+    while (auto sender = nextReady()) {
+        if (auto block = readMessage(std::move(*sender))) { return block; }
     }
+    return std::nullopt;
+}
+
+// The kernel gives what became ready in that order. A kept sender waits for its answer once it has
+// asked, so nothing that others sent can have come after its request in any other sense than that
+// of time: new senders first is in order.
+std::optional<Sender> Mailbox::nextReady() {
+    for (;;) {
+        if (auto sender = oldestReady()) { return sender; }
+        const int fd = firstReady(poller_.get());
+        if (fd < 0) { break; }
+        if (auto sender = takeKept(fd)) { return sender; }
+        acceptNext();
+    }
+    watchSilent();
+    return std::nullopt;
+}
+
+void Mailbox::keep(Sender sender) {
+    const int fd = sender.connection.get();
+    const int step = std::exchange(sender.isWatched, true) ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+    if (!watch(poller_.get(), fd, EPOLLIN | EPOLLONESHOT, step)) { return; }
+    if (kept_.size() == KEPT_SENDERS_MAX) { dropOldestKept(); }
+    kept_.push_back(std::move(sender));
+}
+
+// Its poller tells of a kept sender once, until it is kept again.
+std::optional<Sender> Mailbox::takeKept(int fd) {
+    const auto found = std::find_if(kept_.begin(), kept_.end(),
+                                    [fd](const Sender &s) { return s.connection.get() == fd; });
+    if (found == kept_.end()) { return std::nullopt; }
+    Sender sender = std::move(*found);
+    kept_.erase(found);
+    return sender;
+}
+
+void Mailbox::dropOldestKept() {
+    stopWatching(poller_.get(), kept_.front().connection.get());
+    kept_.erase(kept_.begin());
 }
 
 // Who has said nothing yet wakes the poller later; most have spoken when they are accepted.
@@ -179,7 +229,7 @@ void Mailbox::watchSilent() {
 // A process that sent twice connected twice, in that order, and sent the first before it connected
 // for the second. Looking from the youngest to the oldest therefore never overtakes: what was sent
 // before the message that is there has been sent by the time its connection is looked at.
-std::optional<Mailbox::Sender> Mailbox::oldestReady() {
+std::optional<Sender> Mailbox::oldestReady() {
     size_t oldest = silent_.size();
     for (size_t i = silent_.size(); i-- > 0;) {
         if (isReadable(silent_[i].connection.get())) { oldest = i; }
@@ -187,30 +237,34 @@ std::optional<Mailbox::Sender> Mailbox::oldestReady() {
     if (oldest == silent_.size()) { return std::nullopt; }
     Sender sender = std::move(silent_[oldest]);
     silent_.erase(silent_.begin() + static_cast<std::ptrdiff_t>(oldest));
-    if (sender.isWatched) { stopWatching(poller_.get(), sender.connection.get()); }
+    if (std::exchange(sender.isWatched, false)) {
+        stopWatching(poller_.get(), sender.connection.get());
+    }
     return sender;
 }
 
-// False when nobody is left to accept.
-bool Mailbox::acceptNext() {
+void Mailbox::acceptNext() {
     Sender sender = acceptSender();
     const int fd = sender.connection.get();
-    if (fd < 0) { return errno == EINTR || errno == ECONNABORTED; }
+    if (fd < 0) { return; }
     const bool staysSilent = sender.usesSpare && !waitReadable(fd, deadlineAfter(SPARE_WAIT));
     const std::optional<Peer> peer = peerOf(fd);
-    if (!peer || !isTrusted(*peer) || staysSilent) { return true; }
+    if (!peer || !isTrusted(*peer) || staysSilent) { return; }
     sender.peer = *peer;
     if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
     silent_.push_back(std::move(sender));
-    return true;
 }
 
-Mailbox::Sender Mailbox::acceptSender() {
-    if (!spare_.isOpen()) { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+Sender Mailbox::acceptSender() {
+    if (!spare_.isOpen()) { spare_ = openSpare(); }
     Sender sender;
     auto *name = reinterpret_cast<sockaddr *>(&sender.name);
     socklen_t size = sizeof(sender.name);
     sender.connection.reset(accept4(listener_.get(), name, &size, SOCK_CLOEXEC));
+    if (!sender.connection.isOpen() && (errno == EMFILE || errno == ENFILE) && !kept_.empty()) {
+        dropOldestKept();
+        sender.connection.reset(accept4(listener_.get(), name, &size, SOCK_CLOEXEC));
+    }
     if (!sender.connection.isOpen() && (errno == EMFILE || errno == ENFILE)) {
         spare_.reset();
         sender.usesSpare = true;
@@ -225,6 +279,7 @@ std::optional<Block> Mailbox::readMessage(Sender sender) {
     Header header{};
     const int fd = sender.connection.get();
     const ssize_t size = peekHeader(fd, &header);
+    const Peer peer = sender.peer;
     const bool mayStay = header.kind != REQUEST || !sender.usesSpare;
     if (size <= 0 || !isWellFormed(header, size) || !welcome_(header) || !mayStay) {
         return std::nullopt;
@@ -235,13 +290,13 @@ std::optional<Block> Mailbox::readMessage(Sender sender) {
     void *block = ipc_memory_assign(room, isQueued ? QUEUED : ONE_WAY);
     if (block == nullptr) { return std::nullopt; }
     recv(fd, block, static_cast<size_t>(size), MSG_DONTWAIT);
-    if (isQueued) { return Block(block, sender.peer); }
+    if (isQueued) { return Block(block, peer); }
     Address address = {0, sender.name};
     if (header.kind == REQUEST) {
-        address.waiting = keepWaiting(std::move(sender.connection), header.sessionId);
+        address.waiting = keepWaiting(this, std::move(sender), header.sessionId);
     }
     std::memcpy(payloadStart(block) + roundUpTo4(payload), &address, sizeof(address));
-    return Block(block, sender.peer);
+    return Block(block, peer);
 }
 
 } // namespace smspb::ipc

@@ -13,6 +13,7 @@
 #include "platform/ipc/block.h"
 #include "platform/ipc/descriptor.h"
 #include "platform/ipc/ipc_server.h"
+#include "platform/ipc/sender.h"
 #include "platform/ipc/socket.h"
 
 namespace smspb::ipc {
@@ -38,25 +39,25 @@ public:
     int fd() const { return poller_.get(); }
     std::optional<Block> receive(std::chrono::milliseconds wait);
 
+    // Waits for the next request of a sender that has its answer. The caller holds the mutex of
+    // waiting.h.
+    void keep(Sender sender);
+
     // Closes everything and leaves the names alone: they are the parent's when a child calls this.
     void abandon();
 
 private:
-    struct Sender {
-        Descriptor connection;
-        sockaddr_un name{};
-        Peer peer{};
-        bool usesSpare = false, isWatched = false;
-    };
-
     void listenAt(const std::filesystem::path &path);
     void alsoAt(const std::filesystem::path &path);
     void forgetFirstName();
     std::optional<Block> take();
+    std::optional<Sender> nextReady();
     void watchSilent();
-    bool acceptNext();
+    void acceptNext();
     Sender acceptSender();
     std::optional<Sender> oldestReady();
+    std::optional<Sender> takeKept(int fd);
+    void dropOldestKept();
     std::optional<Block> readMessage(Sender sender);
 
     Welcome welcome_;
@@ -67,6 +68,7 @@ private:
     Descriptor spare_;
     std::vector<std::filesystem::path> names_;
     std::vector<Sender> silent_; // connected, nothing said yet; the oldest first
+    std::vector<Sender> kept_;   // answered, nothing said since; the oldest first
 };
 
 } // namespace smspb::ipc

@@ -14,15 +14,18 @@ namespace smspb::ipc {
 
 namespace {
 
-struct Sender {
-    Descriptor connection;
+struct Waiting {
+    Mailbox *mailbox; // null when it has gone
+    Sender sender;
     u32 sessionId;
+
+    int socket() const { return sender.connection.get(); }
 };
 
 struct Process {
     std::mutex mutex;
     std::vector<Mailbox *> mailboxes;
-    std::unordered_map<u32, Sender> senders;
+    std::unordered_map<u32, Waiting> senders;
     u32 lastNumber = 0;
 };
 
@@ -54,12 +57,17 @@ void enroll(Mailbox *mailbox) {
     process().mailboxes.push_back(mailbox);
 }
 
-void dismiss(Mailbox *mailbox) { std::erase(process().mailboxes, mailbox); }
+void dismiss(Mailbox *mailbox) {
+    std::erase(process().mailboxes, mailbox);
+    for (auto &[number, waiting] : process().senders) {
+        if (waiting.mailbox == mailbox) { waiting.mailbox = nullptr; }
+    }
+}
 
-u32 keepWaiting(Descriptor connection, u32 sessionId) {
+u32 keepWaiting(Mailbox *mailbox, Sender sender, u32 sessionId) {
     Process &own = process();
     do { own.lastNumber++; } while (own.lastNumber == 0 || own.senders.contains(own.lastNumber));
-    own.senders.emplace(own.lastNumber, Sender{std::move(connection), sessionId});
+    own.senders.emplace(own.lastNumber, Waiting{mailbox, std::move(sender), sessionId});
     return own.lastNumber;
 }
 
@@ -67,17 +75,19 @@ u32 answer(u32 number, const Header &header, std::span<const std::byte> payload)
     const std::lock_guard lock(process().mutex);
     const auto found = process().senders.find(number);
     if (found == process().senders.end()) { return ENOTCONN; }
-    const Sender &sender = found->second;
-    const u32 error = sendMessage(sender.connection.get(), header, payload);
-    const bool isAnswered = header.kind == RESPONSE && header.sessionId == sender.sessionId;
-    if (error == 0 && isAnswered) { process().senders.erase(found); }
-    return error;
+    Waiting &waiting = found->second;
+    const u32 error = sendMessage(waiting.socket(), header, payload);
+    const bool isAnswered = header.kind == RESPONSE && header.sessionId == waiting.sessionId;
+    if (error != 0 || !isAnswered) { return error; }
+    if (waiting.mailbox != nullptr) { waiting.mailbox->keep(std::move(waiting.sender)); }
+    process().senders.erase(found);
+    return 0;
 }
 
 bool isWaiting(u32 number) {
     const std::lock_guard lock(process().mutex);
     const auto found = process().senders.find(number);
-    return found != process().senders.end() && !hasHungUp(found->second.connection.get());
+    return found != process().senders.end() && !hasHungUp(found->second.socket());
 }
 
 void dropWaiting(u32 number) {

@@ -8,7 +8,7 @@
 #include <span>
 
 #include "platform/ipc/block.h"
-#include "platform/ipc/descriptor.h"
+#include "platform/ipc/sender.h"
 
 namespace smspb::ipc {
 
@@ -19,10 +19,10 @@ std::mutex &processMutex();
 
 // For these three the caller holds the mutex. Between the first two a forked child lets go of the
 // mailbox; the third keeps the sender of a request until it is answered or dropped, and gives its
-// number.
+// number. An answered sender goes back to its mailbox, if that is still there.
 void enroll(Mailbox *mailbox);
 void dismiss(Mailbox *mailbox);
-u32 keepWaiting(Descriptor connection, u32 sessionId);
+u32 keepWaiting(Mailbox *mailbox, Sender sender, u32 sessionId);
 
 // The following take the mutex themselves.
 u32 answer(u32 number, const Header &header, std::span<const std::byte> payload);

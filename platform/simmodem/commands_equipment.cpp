@@ -80,7 +80,7 @@ Reply queryLock(Modem & /*modem*/, const Command &command) {
 
 // 8.3: "yy/MM/dd,hh:mm:ss+zz", zz in quarter hours from UTC.
 Reply readClock(Modem &modem, const Command &command) {
-    const NetworkTime now = NetworkTime::local(std::time(nullptr) + modem.clockAhead);
+    const NetworkTime now = NetworkTime::local(modem.clock.wallSeconds() + modem.clockAhead);
     std::array<char, 32> text{};
     const std::size_t length =
         std::strftime(text.data(), text.size(), "%y/%m/%d,%H:%M:%S", &now.clock);
@@ -107,7 +107,7 @@ std::optional<std::time_t> clockFrom(const std::string &text) {
 Reply setClock(Modem &modem, const Command &command) {
     const auto time = clockFrom(stringAt(command, 0).value_or(""));
     if (!time) { return badParameter(); }
-    modem.clockAhead = *time - std::time(nullptr);
+    modem.clockAhead = *time - modem.clock.wallSeconds();
     return done();
 }
 

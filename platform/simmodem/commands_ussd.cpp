@@ -37,8 +37,12 @@ Reply request(Modem &modem, const std::string &text) {
         return cmeError(answer->errorCode);
     }
     const UssdAnswer coming = answer != nullptr ? *answer : unknownCode();
-    modem.ussd.coming = {UssdDialogue::Clock::now() + coming.delay, coming};
-    receiveUssd(modem);
+    modem.ussd.coming = coming;
+    if (coming.delay.count() > 0) {
+        modem.ussdTimer.start(coming.delay, [&modem] { receiveUssd(modem); });
+    } else {
+        receiveUssd(modem);
+    }
     return done();
 }
 

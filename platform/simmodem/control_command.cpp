@@ -121,6 +121,9 @@ void addOthers(CLI::App &ctl, Asked &asked) {
     CLI::App &raw = addEvent(ctl, asked, "raw", "The modem says a line of its own accord");
     addText(raw, asked, "LINE", "line", "The line", true);
 
+    CLI::App &advance = addEvent(ctl, asked, "advance", "Time goes by on a driven clock");
+    addText(advance, asked, "TIME", "by", "90 or 90s, 250ms, 5m, 1h, 1d", true);
+
     addEvent(ctl, asked, "status", "Shows what the modem holds, as JSON");
 }
 

@@ -1,7 +1,6 @@
 #include "dialogue.h"
 
 #include "command_table.h"
-#include "network.h"
 
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
@@ -53,9 +52,9 @@ std::string visible(std::string_view text) {
     return out;
 }
 
-Dialogue::Dialogue(asio::io_context &io, Modem &modem, Milliseconds latency, Send send, Drop drop)
-    : modem_(modem), latency_(latency), send_(std::move(send)), drop_(std::move(drop)), timer_(io),
-      ussdTimer_(io) {}
+Dialogue::Dialogue(Modem &modem, Milliseconds latency, Send send, Drop drop)
+    : modem_(modem), latency_(latency), send_(std::move(send)), drop_(std::move(drop)),
+      timer_(modem.clock) {}
 
 void Dialogue::receive(std::string_view characters) {
     inbox_ += characters;
@@ -64,7 +63,6 @@ void Dialogue::receive(std::string_view characters) {
 
 void Dialogue::reset() {
     timer_.cancel();
-    ussdTimer_.cancel();
     assembler_.reset();
     inbox_.clear();
     run_ = {};
@@ -184,7 +182,6 @@ void Dialogue::endSilently() {
     run_ = {};
     inCommand_ = false;
     flushUnsolicited();
-    awaitUssd();
 }
 
 void Dialogue::finish(Result result) {
@@ -212,22 +209,10 @@ std::string Dialogue::spoiled(std::string information, const std::string &result
 void Dialogue::after(Milliseconds wait, std::function<void()> then) {
     if (wait == Milliseconds(0)) { return then(); }
     busy_ = true;
-    timer_.expires_after(wait);
-    timer_.async_wait([this, then = std::move(then)](const std::error_code &error) {
-        if (error) { return; }
+    timer_.start(wait, [this, then = std::move(then)] {
         busy_ = false;
         then();
         pump();
-    });
-}
-
-void Dialogue::awaitUssd() {
-    if (!modem_.ussd.coming) { return; }
-    ussdTimer_.expires_at(modem_.ussd.coming->due);
-    ussdTimer_.async_wait([this](const std::error_code &error) {
-        if (error) { return; }
-        receiveUssd(modem_);
-        flushUnsolicited();
     });
 }
 

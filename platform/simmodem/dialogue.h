@@ -8,9 +8,6 @@
 #include "modem.h"
 #include "reply.h"
 
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
-
 #include <chrono>
 #include <functional>
 
@@ -24,7 +21,7 @@ public:
 
     // `latency` goes before every prompt and reply. `drop` is called when a fault takes the
     // terminal away; it must not destroy the dialogue.
-    Dialogue(asio::io_context &io, Modem &modem, Milliseconds latency, Send send, Drop drop);
+    Dialogue(Modem &modem, Milliseconds latency, Send send, Drop drop);
 
     // Characters from the terminal.
     void receive(std::string_view characters);
@@ -58,7 +55,6 @@ private:
     void endSilently();
     std::string spoiled(std::string information, const std::string &result) const;
     void after(Milliseconds wait, std::function<void()> then);
-    void awaitUssd();
     std::string interjected(std::string text);
     void putUnsolicited();
     void put(std::string text);
@@ -67,8 +63,7 @@ private:
     Milliseconds latency_;
     Send send_;
     Drop drop_;
-    asio::steady_timer timer_;
-    asio::steady_timer ussdTimer_; // the answer that comes by itself
+    Timer timer_;
     LineAssembler assembler_;
     std::string inbox_;
     bool busy_ = false;      // a reply or prompt is on its way

@@ -95,9 +95,9 @@ std::tm clockOf(const std::string &text) {
     return clock;
 }
 
-NetworkTime timeOf(const Json &event) {
+NetworkTime timeOf(const Modem &modem, const Json &event) {
     constexpr long QUARTER_HOUR = 15L * 60;
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = modem.clock.wallSeconds();
     NetworkTime time = NetworkTime::local(now);
     if (event.contains("zone")) {
         time.quarterHours = quarterHours(textOf(event, "zone"));
@@ -123,7 +123,7 @@ Json message(Modem &modem, const Json &event) {
         event.contains("class")
             ? std::optional(static_cast<int>(numberOf(event, "class", CLASS_MAX, 0)))
             : std::nullopt;
-    const NetworkTime time = timeOf(event);
+    const NetworkTime time = timeOf(modem, event);
     const auto parts = messageParts(unitsOf(event, "text"), codingOf(event), messageClass,
                                     modem.nextConcatenation);
     if (!parts) {
@@ -160,7 +160,7 @@ Json report(Modem &modem, const Json &event) {
     const auto reference = static_cast<std::uint8_t>(numberOf(event, "reference", OCTET_MAX, 0));
     const auto status = static_cast<std::uint8_t>(numberOf(event, "status", OCTET_MAX, 0));
     arrive(modem, Incoming::Kind::report,
-           statusReportTpdu(addressField(to), reference, timeOf(event), status));
+           statusReportTpdu(addressField(to), reference, timeOf(modem, event), status));
     return Json::object();
 }
 
@@ -237,7 +237,7 @@ Json sim(Modem &modem, const Json &event) {
 StoredMessage filler(const Modem &modem) {
     const auto parts = messageParts(u"Filled.", Coding::gsm, std::nullopt, 0);
     const Octets tpdu = deliverTpdu(parts->front(), addressField(modem.number),
-                                    NetworkTime::local(std::time(nullptr)));
+                                    NetworkTime::local(modem.clock.wallSeconds()));
     return {
         MessageStatus::read, {serviceCentreField(modem.serviceCentre), tpdu}
     };
@@ -279,6 +279,29 @@ Json raw(Modem &modem, const Json &event) {
     return Json::object();
 }
 
+std::string isoTime(const Clock &clock) {
+    const std::time_t now = clock.wallSeconds();
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local)};
+}
+
+Json advance(Modem &modem, const Json &event) {
+    const std::string text = textOf(event, "by");
+    const auto by = parseDuration(text);
+    if (!by) {
+        refuse("\"" + text + "\" is no time: 90 or 90s, 250ms, 5m, 1h, 1d, a year at most");
+    }
+    if (!modem.clock.isDriven()) {
+        refuse("the clock runs by itself: start the modem with --clock driven");
+    }
+    if (!modem.clock.advance(*by)) { refuse("the modem's time ends with the year 2099"); }
+    return {
+        {"now", isoTime(modem.clock)}
+    };
+}
+
 Json status(Modem &modem, const Json & /*event*/) {
     Json storages = Json::object();
     for (const Storage &each : modem.storages) {
@@ -310,7 +333,7 @@ struct Row {
     Json (*carryOut)(Modem &, const Json &);
 };
 
-constexpr std::array<Row, 11> EVENTS{
+constexpr std::array<Row, 12> EVENTS{
     {
      {"text", message},
      {"pdu", pdu},
@@ -322,6 +345,7 @@ constexpr std::array<Row, 11> EVENTS{
      {"storage", storage},
      {"fault", fault},
      {"raw", raw},
+     {"advance", advance},
      {"status", status},
      }
 };

@@ -1,4 +1,5 @@
 // smspb-simmodem: a simulated modem on a pseudo-terminal. The command line alone is read here.
+#include "clock.h"
 #include "control_command.h"
 #include "faults.h"
 #include "program.h"
@@ -7,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -24,6 +26,18 @@ std::string checkNumber(const std::string &text) {
 }
 
 std::string checkFault(const std::string &text) { return Faults().add(text); }
+
+// "driven", or "driven=" and the time at which it begins.
+std::string readClock(const std::string &text, Options &options) {
+    static constexpr std::string_view DRIVEN = "driven", BEGIN = "2026-01-01 00:00:00";
+    const std::string_view behind =
+        std::string_view(text).substr(std::min(text.size(), DRIVEN.size()));
+    options.drivenFrom = localTime(behind.empty() ? BEGIN : behind.substr(1));
+    const bool isForm = text.starts_with(DRIVEN) && (behind.empty() || behind.front() == '=');
+    return isForm && options.drivenFrom
+               ? ""
+               : "\"" + text + "\" is neither driven nor driven=\"2026-11-21 10:00:00\"";
+}
 
 std::string checkUssd(const std::string &text) { return UssdScript().add(text); }
 
@@ -92,6 +106,10 @@ void addOptions(CLI::App &app, Options &options) {
         ->capture_default_str()
         ->check(CLI::Range(0U, LATENCY_MAX))
         ->type_name("");
+    app.add_option("--clock", "driven[=TIME]: the modem's time moves by \"ctl advance\" alone")
+        ->check(
+            CLI::Validator([&options](std::string &text) { return readClock(text, options); }, ""))
+        ->type_name("CLOCK");
     app.add_flag("--verbose", options.verbose, "Trace every line on standard error");
     app.set_version_flag("--version", std::string("smspb-simmodem " SMSPB_VERSION));
     app.footer("Example: smspb-simmodem --link /tmp/modem --fault '+CMGS=cms=500:1'");

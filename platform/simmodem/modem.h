@@ -1,14 +1,13 @@
-// The state of the simulated modem. Command handlers work on it; it knows no terminal and no clock
-// but the system's.
+// The state of the simulated modem. Command handlers work on it; it knows no terminal.
 #pragma once
 
+#include "clock.h"
 #include "faults.h"
 #include "phonebook.h"
 #include "storage.h"
 #include "ussd.h"
 
 #include <array>
-#include <ctime>
 #include <deque>
 #include <map>
 #include <string>
@@ -91,6 +90,7 @@ struct Modem {
                      Phonebook("ME", options.mePhonebookSize)},
           phonebookLimits(options.phonebookLimits), interjects(options.interjects) {}
 
+    Clock clock;
     std::string number;
     std::string serviceCentre; // empty for none
     Settings settings, profile;
@@ -109,9 +109,10 @@ struct Modem {
     bool simPresent = true;
     unsigned functionality = 1; // +CFUN: 1 for everything, otherwise the radio is off
     bool isAttached = true;     // +CGATT
-    std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the system's clock
+    std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
     bool interjects;            // between command and reply too, as real modems do
     UssdDialogue ussd;
+    Timer ussdTimer{clock}; // the answer that comes by itself
     Faults faults;
 
     Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }

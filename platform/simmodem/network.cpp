@@ -3,7 +3,7 @@
 #include "text.h"
 
 #include <algorithm>
-#include <ctime>
+#include <utility>
 
 namespace smspb::simmodem {
 namespace {
@@ -84,7 +84,7 @@ bool isSameNumber(std::string_view digits, std::string_view otherDigits) {
 }
 
 std::uint8_t sendMessage(Modem &modem, const Submit &submit, const Octets &serviceCentre) {
-    const NetworkTime now = NetworkTime::local(std::time(nullptr));
+    const NetworkTime now = NetworkTime::local(modem.clock.wallSeconds());
     modem.lastReference++;
     std::optional<Pdu> report;
     if (submit.reportRequested) {
@@ -119,12 +119,10 @@ void receivePending(Modem &modem) {
 }
 
 void receiveUssd(Modem &modem) {
-    std::optional<UssdDialogue::Coming> &coming = modem.ussd.coming;
-    if (!coming || coming->due > UssdDialogue::Clock::now()) { return; }
-    if (modem.settings.ussdPresentation != 0) {
-        modem.unsolicited.push_back(ussdLine(coming->answer, modem.settings.charset));
+    const auto coming = std::exchange(modem.ussd.coming, std::nullopt);
+    if (coming && modem.settings.ussdPresentation != 0) {
+        modem.unsolicited.push_back(ussdLine(*coming, modem.settings.charset));
     }
-    coming.reset();
 }
 
 void indicate(Modem &modem, std::string text) {

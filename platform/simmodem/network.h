@@ -14,7 +14,7 @@ std::uint8_t sendMessage(Modem &modem, const Submit &submit, const Octets &servi
 // became free or the receive storage or the routing changed.
 void receivePending(Modem &modem);
 
-// Puts out the USSD answer that is due by now.
+// Puts out the USSD answer that is under way.
 void receiveUssd(Modem &modem);
 
 // Puts out an unsolicited result code, or keeps it back as +CNMI mode 0 asks.

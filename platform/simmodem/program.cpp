@@ -11,6 +11,7 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -33,14 +34,17 @@ class Program {
 public:
     explicit Program(const Options &options)
         : options_(options), modem_(options.modem), signals_(io_, SIGINT, SIGTERM, SIGHUP),
-          comeback_(io_), dialogue_(
-                              io_, modem_, std::chrono::milliseconds(options.latencyMs),
-                              [this](std::string text) { terminal_->write(text); },
-                              [this](std::chrono::milliseconds away) { vanish(away); }),
+          alarm_(io_), comeback_(modem_.clock),
+          dialogue_(
+              modem_, std::chrono::milliseconds(options.latencyMs),
+              [this](std::string text) { terminal_->write(text); },
+              [this](std::chrono::milliseconds away) { vanish(away); }),
           control_(io_, controlSocket(options),
                    [this](std::string_view line) { return answerEvent(line); }) {
         for (const std::string &fault : options.faults) { modem_.faults.add(fault); }
         for (const std::string &answer : options.ussdAnswers) { modem_.ussd.script.add(answer); }
+        if (options.drivenFrom) { modem_.clock.drive(*options.drivenFrom); }
+        modem_.clock.observe([this] { setAlarm(); }, [this] { dialogue_.flushUnsolicited(); });
         signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
         appear();
     }
@@ -66,6 +70,17 @@ private:
         return answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
 
+    // A driven clock ends its timers as it is driven; those whose moment has come already, at once.
+    void setAlarm() {
+        const Clock &clock = modem_.clock;
+        const auto next = clock.nextEnd();
+        if (!next || (clock.isDriven() && *next > clock.now())) { return; }
+        alarm_.expires_after(std::max(*next - clock.now(), Clock::Duration(0)));
+        alarm_.async_wait([this](const std::error_code &error) {
+            if (!error) { modem_.clock.endDue(); }
+        });
+    }
+
     void appear() {
         terminal_ = std::make_shared<Terminal>(io_);
         terminal_->start([this](std::string_view characters) { dialogue_.receive(characters); });
@@ -77,17 +92,15 @@ private:
         link_.reset();
         terminal_->close();
         modem_.restart();
-        comeback_.expires_after(away);
-        comeback_.async_wait([this](const std::error_code &error) {
-            if (!error) { appear(); }
-        });
+        comeback_.start(away, [this] { appear(); });
     }
 
     const Options &options_;
     asio::io_context io_{1};
     Modem modem_;
     asio::signal_set signals_;
-    asio::steady_timer comeback_;
+    asio::steady_timer alarm_; // for the next timer of a clock that runs
+    Timer comeback_;
     std::shared_ptr<Terminal> terminal_;
     std::unique_ptr<TerminalLink> link_;
     Dialogue dialogue_;

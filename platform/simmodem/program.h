@@ -4,6 +4,8 @@
 
 #include "modem.h"
 
+#include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@ struct Options {
     ModemOptions modem;
     std::vector<std::string> faults, ussdAnswers;
     unsigned latencyMs = 0;
+    std::optional<std::time_t> drivenFrom; // the clock stands there until it is driven
     bool verbose = false;
 };
 

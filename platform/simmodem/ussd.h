@@ -54,15 +54,9 @@ std::string ussdLine(const UssdAnswer &answer, std::string_view charset);
 
 // What goes on between the modem and the network.
 struct UssdDialogue {
-    using Clock = std::chrono::steady_clock;
-    struct Coming {
-        Clock::time_point due;
-        UssdAnswer answer;
-    };
-
     UssdScript script;
-    std::string path;             // of the menu that waits for a reply; empty for none
-    std::optional<Coming> coming; // the answer that is not here yet
+    std::string path;                 // of the menu that waits for a reply; empty for none
+    std::optional<UssdAnswer> coming; // the answer that is not here yet
 
     void end() {
         path.clear();

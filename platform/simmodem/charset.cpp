@@ -19,7 +19,13 @@ constexpr std::u16string_view EXTENSIONS = u"\f^{}\\[~]|€";
 constexpr std::string_view EXTENSION_CODES = "\x0A\x14\x28\x29\x2F\x3C\x3D\x3E\x40\x65";
 static_assert(EXTENSIONS.size() == EXTENSION_CODES.size());
 
-bool isAscii(char16_t unit) { return unit < 0x80; }
+constexpr std::size_t ASCII_SIZE = 0x80;
+
+// The upper half of the code page 437.
+constexpr std::u16string_view PC_437 =
+    u"ÇüéâäàåçêëèïîìÄÅÉæÆôöòûùÿÖÜ¢£¥₧ƒáíóúñÑªº¿⌐¬½¼¡«»░▒▓│┤╡╢╖╕╣║╗╝╜╛┐└┴┬├─┼╞╟╚╔╩╦╠═╬╧"
+    u"╨╤╥╙╘╒╓╫╪┘┌█▄▌▐▀αßΓπΣσµτΦΘΩδ∞φε∩≡±≥≤⌠⌡÷≈°∙·√ⁿ²■\u00A0";
+static_assert(PC_437.size() == ASCII_SIZE);
 
 // Nothing for what the alphabet lacks.
 std::optional<char> gsmCode(char16_t unit) {
@@ -28,14 +34,15 @@ std::optional<char> gsmCode(char16_t unit) {
     return static_cast<char>(code);
 }
 
-std::optional<std::u16string> fromHexUnits(std::string_view text) {
+// Of as many digits each as `width` says.
+std::optional<std::u16string> fromHexUnits(std::string_view text, std::size_t width) {
     std::u16string out;
-    for (; !text.empty(); text.remove_prefix(4)) {
-        const std::string_view digits = text.substr(0, 4);
+    for (; !text.empty(); text.remove_prefix(width)) {
+        const std::string_view digits = text.substr(0, width);
         unsigned unit = 0;
         const auto [end, error] =
             std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
-        if (digits.size() != 4 || error != std::errc() || end != digits.data() + 4) {
+        if (digits.size() != width || error != std::errc() || end != digits.data() + width) {
             return std::nullopt;
         }
         out += static_cast<char16_t>(unit);
@@ -43,16 +50,90 @@ std::optional<std::u16string> fromHexUnits(std::string_view text) {
     return out;
 }
 
-std::optional<char16_t> fromOctet(bool gsm, unsigned char octet) {
-    if (octet >= ALPHABET.size() || (gsm && octet == ESCAPE)) { return std::nullopt; }
-    return gsm ? ALPHABET[octet] : static_cast<char16_t>(octet);
+// An octet from 0x80 on of a set that has one for each character; nothing for one it lacks.
+std::optional<char16_t> fromUpperHalf(std::string_view charset, unsigned char octet) {
+    static constexpr unsigned char LATIN_FIRST = 0xA0;
+    if (charset == "PCCP437") { return PC_437[octet - ASCII_SIZE]; }
+    if (charset == "8859-1" && octet >= LATIN_FIRST) { return octet; }
+    return std::nullopt;
 }
 
-char toOctet(bool gsm, char16_t unit) {
-    const std::optional<char> code =
-        gsm ? gsmCode(unit)
-            : (isAscii(unit) ? std::optional(static_cast<char>(unit)) : std::nullopt);
-    return code && *code != '"' ? *code : '?';
+std::optional<std::u16string> fromOctets(std::string_view charset, std::string_view text) {
+    std::u16string out;
+    for (const char c : text) {
+        const auto octet = static_cast<unsigned char>(c);
+        const auto unit = octet < ASCII_SIZE ? octet : fromUpperHalf(charset, octet);
+        if (!unit) { return std::nullopt; }
+        out += *unit;
+    }
+    return out;
+}
+
+std::string toOctets(std::string_view charset, std::u16string_view text) {
+    static constexpr char16_t LATIN_FIRST = 0xA0, LATIN_LAST = 0xFF;
+    std::string out;
+    for (const char16_t unit : text) {
+        const std::size_t upperHalf =
+            charset == "PCCP437" ? PC_437.find(unit) : std::u16string_view::npos;
+        const bool isLatin = charset == "8859-1" && unit >= LATIN_FIRST && unit <= LATIN_LAST;
+        if (unit < ASCII_SIZE || isLatin) {
+            out += static_cast<char>(static_cast<unsigned char>(unit));
+        } else if (upperHalf != std::u16string_view::npos) {
+            out += static_cast<char>(static_cast<unsigned char>(ASCII_SIZE + upperHalf));
+        } else {
+            out += '?';
+        }
+    }
+    return out;
+}
+
+// The code point that `text` begins with, taken off it; "?" for half a surrogate pair.
+char32_t takeCharacter(std::u16string_view &text) {
+    const auto isIn = [&](std::size_t at, char16_t first) {
+        return at < text.size() && text[at] >= first && text[at] < first + 0x400;
+    };
+    const bool isPair = isIn(0, 0xD800) && isIn(1, 0xDC00);
+    const bool isHalf = !isPair && (isIn(0, 0xD800) || isIn(0, 0xDC00));
+    const char32_t value = isPair   ? 0x10000 + (text[0] - 0xD800U) * 0x400 + (text[1] - 0xDC00U)
+                           : isHalf ? U'?'
+                                    : char32_t{text[0]};
+    text.remove_prefix(isPair ? 2 : 1);
+    return value;
+}
+
+void putUtf8(std::string &out, char32_t value) {
+    const auto put = [&](char32_t octet) {
+        out += static_cast<char>(static_cast<unsigned char>(octet));
+    };
+    const auto follow = [&](unsigned shift) { put(0x80 | (value >> shift & 0x3F)); };
+    if (value < 0x80) { return put(value); }
+    if (value < 0x800) {
+        put(0xC0 | value >> 6);
+        return follow(0);
+    }
+    put(value < 0x10000 ? 0xE0 | value >> 12 : 0xF0 | value >> 18);
+    if (value >= 0x10000) { follow(12); }
+    follow(6);
+    follow(0);
+}
+
+// A unit a septet.
+std::optional<std::u16string> fromGsm(std::u16string_view units) {
+    Octets septets;
+    for (const char16_t unit : units) {
+        if (unit >= ALPHABET.size()) { return std::nullopt; }
+        septets.push_back(static_cast<std::uint8_t>(unit));
+    }
+    return fromSeptets(septets);
+}
+
+Octets toGsm(std::u16string_view text) {
+    Octets out;
+    for (const char16_t unit : text) {
+        const Octets septets = toSeptets({&unit, 1}).value_or(Octets{'?'});
+        out.insert(out.end(), septets.begin(), septets.end());
+    }
+    return out;
 }
 
 // Octets of the UTF-8 sequence that begins so; 0 for none.
@@ -89,21 +170,27 @@ std::optional<char32_t> takeCodePoint(std::string_view &text) {
 } // namespace
 
 std::optional<std::u16string> fromTerminal(std::string_view charset, std::string_view text) {
-    if (charset == "UCS2") { return fromHexUnits(text); }
-    std::u16string out;
-    for (const char c : text) {
-        const auto unit = fromOctet(charset == "GSM", static_cast<unsigned char>(c));
-        if (!unit) { return std::nullopt; }
-        out += *unit;
+    static constexpr std::size_t DIGITS_OF_UNIT = 4, DIGITS_OF_SEPTET = 2;
+    if (charset == "UCS2") { return fromHexUnits(text, DIGITS_OF_UNIT); }
+    if (charset == "UTF-8") { return fromUtf8(text); }
+    if (charset == "HEX") {
+        const auto septets = fromHexUnits(text, DIGITS_OF_SEPTET);
+        return septets ? fromGsm(*septets) : std::nullopt;
     }
-    return out;
+    if (charset == "GSM") {
+        const auto *const octets = reinterpret_cast<const unsigned char *>(text.data());
+        return fromGsm(std::u16string(octets, octets + text.size()));
+    }
+    return fromOctets(charset, text);
 }
 
 std::string toTerminal(std::string_view charset, std::u16string_view text) {
     if (charset == "UCS2") { return toHex(toUcs2Octets(text)); }
-    std::string out;
-    for (const char16_t unit : text) { out += toOctet(charset == "GSM", unit); }
-    return out;
+    if (charset == "UTF-8") { return toUtf8(text); }
+    if (charset == "HEX") { return toHex(toGsm(text)); }
+    if (charset != "GSM") { return toOctets(charset, text); }
+    const Octets septets = toGsm(text);
+    return {septets.begin(), septets.end()};
 }
 
 std::optional<Octets> toSeptets(std::u16string_view text) {
@@ -130,6 +217,33 @@ Octets packSeptets(OctetView septets, unsigned fillBits) {
     return out;
 }
 
+std::u16string fromSeptets(OctetView septets) {
+    std::u16string out;
+    bool escaped = false;
+    for (const std::uint8_t septet : septets) {
+        const std::size_t extension =
+            escaped ? EXTENSION_CODES.find(static_cast<char>(septet)) : std::string_view::npos;
+        const bool escapes = septet == ESCAPE && !escaped;
+        if (!escapes && septet == ESCAPE) { out += u' '; }
+        if (septet != ESCAPE) {
+            out += extension != std::string_view::npos ? EXTENSIONS[extension] : ALPHABET[septet];
+        }
+        escaped = escapes;
+    }
+    return escaped ? out + u' ' : out;
+}
+
+Octets unpackSeptets(OctetView octets, std::size_t count) {
+    Octets out(std::min(count, octets.size() * 8 / 7));
+    for (std::size_t i = 0; i < out.size(); i++) {
+        const std::size_t bit = i * 7;
+        const unsigned low = octets[bit / 8];
+        const unsigned high = bit / 8 + 1 < octets.size() ? octets[bit / 8 + 1] : 0U;
+        out[i] = static_cast<std::uint8_t>((high << 8 | low) >> (bit % 8) & 0x7F);
+    }
+    return out;
+}
+
 std::optional<std::u16string> fromUtf8(std::string_view text) {
     std::u16string out;
     while (!text.empty()) {
@@ -142,6 +256,12 @@ std::optional<std::u16string> fromUtf8(std::string_view text) {
             out += static_cast<char16_t>(0xDC00 + (*point & 0x3FF));
         }
     }
+    return out;
+}
+
+std::string toUtf8(std::u16string_view text) {
+    std::string out;
+    while (!text.empty()) { putUtf8(out, takeCharacter(text)); }
     return out;
 }
 

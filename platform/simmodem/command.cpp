@@ -18,12 +18,14 @@ bool belongsToName(char c) {
            std::string_view("!%-./:_").find(c) != std::string_view::npos;
 }
 
+// V.250, 5.1: outside strings blanks and the eighth bit of a character mean nothing.
 std::string withoutBlanks(std::string_view body) {
     std::string out;
     bool inString = false;
     for (const char c : body) {
+        const char seven = static_cast<char>(static_cast<unsigned char>(c) & 0x7FU);
         if (c == '"') { inString = !inString; }
-        if (c != ' ' || inString) { out += c; }
+        if (inString || seven != ' ') { out += inString ? c : seven; }
     }
     return out;
 }
@@ -155,6 +157,10 @@ std::vector<Command> parseCommandLine(std::string_view body) {
         if (commands.back().form == Command::Form::malformed) { break; }
     }
     return commands;
+}
+
+bool isExtended(const Command &command) {
+    return !command.name.empty() && startsExtended(command.name.front());
 }
 
 bool isOmitted(const Command &command, std::size_t index) {

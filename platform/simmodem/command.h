@@ -31,6 +31,9 @@ struct Command {
 // text that is no command gives one of the form `malformed`, the last of the line.
 std::vector<Command> parseCommandLine(std::string_view body);
 
+// V.250, 5.4: of a name behind "+" or a maker's own sign.
+bool isExtended(const Command &command);
+
 // The number at `index`: nothing unless it is bare, decimal and within [low, high].
 std::optional<unsigned> numberAt(const Command &command, std::size_t index, unsigned low,
                                  unsigned high);

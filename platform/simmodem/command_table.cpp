@@ -72,7 +72,9 @@ const CommandRow *findRow(std::string_view name) {
 Reply carryOut(Modem &modem, const Command &command) {
     if (command.form == Command::Form::malformed) { return refused(Result::Kind::error); }
     const CommandRow *const row = findRow(command.name);
-    if (row == nullptr) { return cmeError(CME_NOT_SUPPORTED); }
+    if (row == nullptr) {
+        return isExtended(command) ? cmeError(CME_NOT_SUPPORTED) : refused(Result::Kind::error);
+    }
     Reply reply = carryOutRow(*row, modem, command);
     if (reply.result.kind == Result::Kind::badParameter) {
         return wrongParameter(modem, row->family);

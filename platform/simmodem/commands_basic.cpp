@@ -3,13 +3,28 @@
 
 #include "text.h"
 
+#include <algorithm>
 #include <array>
 
 namespace smspb::simmodem {
 namespace {
 
 constexpr unsigned REGISTER_MAX = 255;
-constexpr unsigned CHARACTER_MAX = 127; // V.250, 6.2.1 to 6.2.3: S3, S4 and S5
+
+// V.250, 6.2.1 to 6.2.3 and 6.3.8 to 6.3.12.
+struct RegisterRange {
+    unsigned number, low, high;
+};
+constexpr std::array<RegisterRange, 8> REGISTERS{
+    {{0, 0, 255},
+     {3, 0, 127},
+     {4, 0, 127},
+     {5, 0, 127},
+     {6, 2, 10},
+     {7, 1, 255},
+     {8, 0, 255},
+     {10, 1, 254}}
+};
 
 Reply setEcho(Modem &modem, const Command &command) {
     modem.settings.echo = command.number != 0;
@@ -49,11 +64,13 @@ Reply readRegister(Modem &modem, const Command &command) {
 }
 
 Reply setRegister(Modem &modem, const Command &command) {
-    const auto found = modem.settings.registers.find(command.number);
-    const bool isCharacter = command.number >= 3 && command.number <= 5;
-    const auto value = numberAt(command, 0, 0, isCharacter ? CHARACTER_MAX : REGISTER_MAX, 0);
-    if (found == modem.settings.registers.end() || !value) { return badParameter(); }
-    found->second = static_cast<unsigned char>(*value);
+    const auto range = std::find_if(REGISTERS.begin(), REGISTERS.end(), [&](const auto &each) {
+        return each.number == command.number;
+    });
+    if (range == REGISTERS.end()) { return badParameter(); }
+    const auto value = numberAt(command, 0, range->low, range->high);
+    if (!value) { return badParameter(); }
+    modem.settings.registers[range->number] = static_cast<unsigned char>(*value);
     return done();
 }
 
@@ -85,6 +102,8 @@ constexpr std::array BASIC_ROWS{
     CommandRow{.name = "I",  .family = Family::basic, .highest = 9, .execute = identify},
     CommandRow{.name = "L",  .family = Family::basic, .highest = 3, .execute = accept},
     CommandRow{.name = "M",  .family = Family::basic, .highest = 2, .execute = accept},
+    CommandRow{.name = "T",  .family = Family::basic, .highest = 0, .execute = accept},
+    CommandRow{.name = "P",  .family = Family::basic, .highest = 0, .execute = accept},
     CommandRow{.name = "X",  .family = Family::basic, .highest = 4, .execute = accept},
     CommandRow{.name = "&C", .family = Family::basic, .highest = 1, .execute = accept},
     CommandRow{.name = "&D", .family = Family::basic, .highest = 2, .execute = accept},

@@ -2,6 +2,7 @@
 // battery, and the faults.
 #include "command_table.h"
 
+#include "charset.h"
 #include "text.h"
 
 #include <algorithm>
@@ -11,8 +12,6 @@
 
 namespace smspb::simmodem {
 namespace {
-
-constexpr std::array<std::string_view, 3> CHARSETS = {"IRA", "GSM", "UCS2"};
 
 Reply manufacturer(Modem & /*modem*/, const Command & /*command*/) { return done("smspb"); }
 Reply model(Modem & /*modem*/, const Command & /*command*/) { return done("simulated modem"); }
@@ -54,6 +53,14 @@ Reply setErrorReports(Modem &modem, const Command &command) {
 
 Reply readCharset(Modem &modem, const Command &command) {
     return shown(command, inQuotes(modem.settings.charset));
+}
+
+Reply listCharsets(Modem & /*modem*/, const Command &command) {
+    std::string names;
+    for (const std::string_view name : CHARSETS) {
+        names += (names.empty() ? "" : ",") + inQuotes(name);
+    }
+    return shown(command, "(" + names + ")");
 }
 
 Reply setCharset(Modem &modem, const Command &command) {
@@ -148,8 +155,7 @@ constexpr std::array EQUIPMENT_ROWS{
     CommandRow{.name = "+CLAC", .execute = listCommands},
     CommandRow{.name = "+CMEE", .arguments = 1, .ranges = "(0-2)",
                .read = readErrorReports, .set = setErrorReports},
-    CommandRow{.name = "+CSCS", .arguments = 1, .ranges = R"(("IRA","GSM","UCS2"))",
-               .read = readCharset, .set = setCharset},
+    CommandRow{.name = "+CSCS", .arguments = 1, .read = readCharset, .set = setCharset, .test = listCharsets},
     CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
     CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .ranges = R"(("SC"))",
                .set = queryLock},

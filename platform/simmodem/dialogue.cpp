@@ -93,6 +93,7 @@ void Dialogue::take(const LineInput &input) {
     switch (input.kind) {
     case LineInput::Kind::command: return startLine(input.text);
     case LineInput::Kind::tooLong: return finish({Result::Kind::error, 0});
+    case LineInput::Kind::dataLine: return askForMoreData();
     case LineInput::Kind::data:
     case LineInput::Kind::cancelled: return takeData(input);
     }
@@ -162,6 +163,10 @@ bool Dialogue::absorb(Reply reply) {
 void Dialogue::askForData() {
     if (run_.fault && run_.fault->action == Action::noPrompt) { return endSilently(); }
     assembler_.expectData();
+    askForMoreData();
+}
+
+void Dialogue::askForMoreData() {
     after(latency_, [this] { put(std::string(PROMPT)); });
 }
 
@@ -197,7 +202,7 @@ void Dialogue::finish(Result result) {
 
 std::string Dialogue::spoiled(std::string information, const std::string &result) const {
     if (run_.fault && run_.fault->action == Action::unsolicited) {
-        information += informationText(modem_.settings, run_.fault->text);
+        information += unsolicitedText(modem_.settings, run_.fault->text);
     }
     std::string text = std::move(information) + result;
     if (run_.fault && run_.fault->action == Action::half) { text.resize(text.size() / 2); }
@@ -227,7 +232,7 @@ std::string Dialogue::interjected(std::string text) {
     const bool isLast = first == std::string::npos || first + lineEnd.size() == text.size();
     std::size_t at = isLast ? 0 : first + lineEnd.size();
     while (!modem_.unsolicited.empty()) {
-        const std::string line = informationText(modem_.settings, modem_.unsolicited.front());
+        const std::string line = unsolicitedText(modem_.settings, modem_.unsolicited.front());
         modem_.unsolicited.pop_front();
         text.insert(at, line);
         at += line.size();
@@ -237,7 +242,7 @@ std::string Dialogue::interjected(std::string text) {
 
 void Dialogue::putUnsolicited() {
     while (!modem_.unsolicited.empty()) {
-        put(informationText(modem_.settings, modem_.unsolicited.front()));
+        put(unsolicitedText(modem_.settings, modem_.unsolicited.front()));
         modem_.unsolicited.pop_front();
     }
 }

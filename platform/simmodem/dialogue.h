@@ -49,6 +49,7 @@ private:
     bool runCommand(const Command &command);
     bool applyRefusal(const Fault &fault);
     void askForData();
+    void askForMoreData();
     void takeData(const LineInput &input);
     bool absorb(Reply reply);
     void finish(Result result);

@@ -3,6 +3,7 @@
 #include "modem.h"
 #include "text.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace smspb::simmodem {
@@ -14,14 +15,17 @@ constexpr char BLANK = ' ';
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < BLANK; }
 
+// V.250, 5.1: the eighth bit has no part in what a command is.
+char withoutParity(char c) { return static_cast<char>(static_cast<unsigned char>(c) & 0x7FU); }
+
 } // namespace
 
 std::optional<LineInput> LineAssembler::take(char c, const Settings &settings) {
     switch (state_) {
     case State::idle:
-    case State::seenA: return takePrefix(c);
+    case State::seenA: return takePrefix(withoutParity(c));
     case State::command: return takeCommand(c, settings);
-    case State::data: return takeData(c);
+    case State::data: return takeData(c, settings);
     }
     return std::nullopt;
 }
@@ -57,18 +61,34 @@ std::optional<LineInput> LineAssembler::takeCommand(char c, const Settings &sett
         return complete(LineInput::Kind::command);
     }
     if (c == settings.eraser()) {
-        if (!text_.empty()) { text_.pop_back(); }
-    } else if (!isControl(c)) {
+        erase();
+    } else if (!isControl(c) || isInGsmString(settings)) {
         append(c, LINE_CHARACTERS_MAX);
     }
     return std::nullopt;
 }
 
-std::optional<LineInput> LineAssembler::takeData(char c) {
+// The GSM alphabet has characters below the blank, too (TS 23.038, 6.2.1).
+bool LineAssembler::isInGsmString(const Settings &settings) const {
+    return settings.charset == "GSM" && std::count(text_.begin(), text_.end(), '"') % 2 == 1;
+}
+
+// A line feed behind the command's end is part of that end. In text mode each line is asked for
+// by a prompt of its own (TS 27.005, 3.5.1).
+std::optional<LineInput> LineAssembler::takeData(char c, const Settings &settings) {
     if (c == CTRL_Z) { return complete(LineInput::Kind::data); }
     if (c == ESC) { return complete(LineInput::Kind::cancelled); }
-    append(c, DATA_CHARACTERS_MAX);
+    if (c == settings.eraser()) {
+        erase();
+    } else if (c != '\n' || !text_.empty()) {
+        append(c, DATA_CHARACTERS_MAX);
+    }
+    if (c == '\r' && settings.textMode) { return LineInput{LineInput::Kind::dataLine, {}}; }
     return std::nullopt;
+}
+
+void LineAssembler::erase() {
+    if (!text_.empty()) { text_.pop_back(); }
 }
 
 void LineAssembler::append(char c, std::size_t limit) {

@@ -13,6 +13,7 @@ struct LineInput {
     enum class Kind {
         command,  // text: what stands between "AT" and the line's end
         tooLong,  // a command line beyond LINE_CHARACTERS_MAX
+        dataLine, // a line of data entered in text mode ends; more may follow
         data,     // text: what came before Ctrl-Z
         cancelled // data ended by ESC
     };
@@ -38,7 +39,9 @@ private:
 
     std::optional<LineInput> takePrefix(char c);
     std::optional<LineInput> takeCommand(char c, const Settings &settings);
-    std::optional<LineInput> takeData(char c);
+    std::optional<LineInput> takeData(char c, const Settings &settings);
+    bool isInGsmString(const Settings &settings) const;
+    void erase();
     void append(char c, std::size_t limit);
     LineInput complete(LineInput::Kind kind);
 

@@ -13,34 +13,76 @@ struct ErrorText {
     std::string_view text;
 };
 
-// TS 27.007, 9.2.1.
-constexpr std::array<ErrorText, 23> EQUIPMENT_ERRORS{
-    {
-     {0, "phone failure"},
-     {3, "operation not allowed"},
-     {4, "operation not supported"},
-     {5, "PH-SIM PIN required"},
-     {10, "SIM not inserted"},
-     {11, "SIM PIN required"},
-     {12, "SIM PUK required"},
-     {13, "SIM failure"},
-     {14, "SIM busy"},
-     {15, "SIM wrong"},
-     {16, "incorrect password"},
-     {20, "memory full"},
-     {21, "invalid index"},
-     {22, "not found"},
-     {23, "memory failure"},
-     {24, "text string too long"},
-     {25, "invalid characters in text string"},
-     {26, "dial string too long"},
-     {27, "invalid characters in dial string"},
-     {30, "no network service"},
-     {31, "network timeout"},
-     {50, "incorrect parameters"},
-     {100, "unknown"},
-     }
+// clang-format off
+// TS 27.007, 9.2.1 and 9.2.2: the texts of +CMEE=2.
+constexpr std::array EQUIPMENT_ERRORS{
+    ErrorText{0, "phone failure"},
+    ErrorText{1, "no connection to phone"},
+    ErrorText{2, "phone-adaptor link reserved"},
+    ErrorText{3, "operation not allowed"},
+    ErrorText{4, "operation not supported"},
+    ErrorText{5, "PH-SIM PIN required"},
+    ErrorText{6, "PH-FSIM PIN required"},
+    ErrorText{7, "PH-FSIM PUK required"},
+    ErrorText{10, "SIM not inserted"},
+    ErrorText{11, "SIM PIN required"},
+    ErrorText{12, "SIM PUK required"},
+    ErrorText{13, "SIM failure"},
+    ErrorText{14, "SIM busy"},
+    ErrorText{15, "SIM wrong"},
+    ErrorText{16, "incorrect password"},
+    ErrorText{17, "SIM PIN2 required"},
+    ErrorText{18, "SIM PUK2 required"},
+    ErrorText{20, "memory full"},
+    ErrorText{21, "invalid index"},
+    ErrorText{22, "not found"},
+    ErrorText{23, "memory failure"},
+    ErrorText{24, "text string too long"},
+    ErrorText{25, "invalid characters in text string"},
+    ErrorText{26, "dial string too long"},
+    ErrorText{27, "invalid characters in dial string"},
+    ErrorText{30, "no network service"},
+    ErrorText{31, "network timeout"},
+    ErrorText{32, "network not allowed - emergency calls only"},
+    ErrorText{40, "network personalization PIN required"},
+    ErrorText{41, "network personalization PUK required"},
+    ErrorText{42, "network subset personalization PIN required"},
+    ErrorText{43, "network subset personalization PUK required"},
+    ErrorText{44, "service provider personalization PIN required"},
+    ErrorText{45, "service provider personalization PUK required"},
+    ErrorText{46, "corporate personalization PIN required"},
+    ErrorText{47, "corporate personalization PUK required"},
+    ErrorText{48, "hidden key required"},
+    ErrorText{49, "EAP method not supported"},
+    ErrorText{50, "Incorrect parameters"},
+    ErrorText{51, "command implemented but currently disabled"},
+    ErrorText{52, "command aborted by user"},
+    ErrorText{53, "not attached to network due to MT functionality restrictions"},
+    ErrorText{54, "modem not allowed - MT restricted to emergency calls only"},
+    ErrorText{55, "operation not allowed because of MT functionality restrictions"},
+    ErrorText{56, "fixed dial number only allowed - called number is not a fixed dial number"},
+    ErrorText{57, "temporarily out of service due to other MT usage"},
+    ErrorText{58, "language/alphabet not supported"},
+    ErrorText{59, "unexpected data value"},
+    ErrorText{60, "system failure"},
+    ErrorText{61, "data missing"},
+    ErrorText{62, "call barred"},
+    ErrorText{63, "message waiting indication subscription failure"},
+    ErrorText{100, "unknown"},
+    ErrorText{103, "Illegal MS"},
+    ErrorText{106, "Illegal ME"},
+    ErrorText{107, "GPRS services not allowed"},
+    ErrorText{111, "PLMN not allowed"},
+    ErrorText{112, "Location area not allowed"},
+    ErrorText{113, "Roaming not allowed in this location area"},
+    ErrorText{132, "service option not supported"},
+    ErrorText{133, "requested service option not subscribed"},
+    ErrorText{134, "service option temporarily out of order"},
+    ErrorText{148, "unspecified GPRS error"},
+    ErrorText{149, "PDP authentication failure"},
+    ErrorText{150, "invalid mobile class"},
 };
+// clang-format on
 
 std::string equipmentError(const Settings &settings, unsigned code) {
     const auto known = std::find_if(EQUIPMENT_ERRORS.begin(), EQUIPMENT_ERRORS.end(),
@@ -103,6 +145,14 @@ std::string resultText(const Settings &settings, Result result) {
     const ResultWord word = resultWord(settings, result);
     if (settings.verbose) { return informationText(settings, word.verbose); }
     return (word.numeric.empty() ? word.verbose : word.numeric) + settings.terminator();
+}
+
+std::string unsolicitedText(const Settings &settings, std::string_view text) {
+    if (settings.quiet) { return {}; }
+    if (!settings.verbose && text == "RING") { return std::string("2") + settings.terminator(); }
+    std::string framed = informationText(settings, text);
+    if (!settings.verbose) { framed.pop_back(); } // short results end without S4
+    return framed;
 }
 
 } // namespace smspb::simmodem

@@ -58,8 +58,10 @@ Reply badParameter();
 Reply cmsError(unsigned code);
 Reply cmeError(unsigned code);
 
-// V.250, 5.7.1: an information text and a result, verbose ("<CR><LF>text<CR><LF>") or short.
+// V.250, 5.7.1 and 5.7.2: an information text, a result and an unsolicited one, verbose
+// ("<CR><LF>text<CR><LF>") or short. ATQ1 takes away all results.
 std::string informationText(const Settings &settings, std::string_view information);
 std::string resultText(const Settings &settings, Result result);
+std::string unsolicitedText(const Settings &settings, std::string_view text);
 
 } // namespace smspb::simmodem

@@ -21,9 +21,25 @@ inline std::optional<unsigned> parseNumber(std::string_view text) {
     return value;
 }
 
+inline bool isHexDigit(char c) { return isDigit(c) || (upper(c) >= 'A' && upper(c) <= 'F'); }
+
+// A string constant (V.250, 5.4.2.2): what would end it, or be taken for an escape, is escaped.
 inline std::string inQuotes(std::string_view text) {
     std::string out = "\"";
-    out += text;
+    for (std::size_t i = 0; i < text.size(); i++) {
+        const char c = text[i];
+        const bool escapes =
+            c == '\\' && i + 2 < text.size() && isHexDigit(text[i + 1]) && isHexDigit(text[i + 2]);
+        if (c == '"') {
+            out += "\\22";
+        } else if (c == '\r') {
+            out += "\\0D";
+        } else if (escapes) {
+            out += "\\5C";
+        } else {
+            out += c;
+        }
+    }
     out += '"';
     return out;
 }

@@ -192,6 +192,18 @@ private:
                 text.replace(at, name.size(), value);
             }
         }
+        return withCodes(std::move(text));
+    }
+
+    // "<7F>" is the character of that hexadecimal code.
+    static std::string withCodes(std::string text) {
+        for (std::size_t at = text.find('<'); at != std::string::npos;
+             at = text.find('<', at + 1)) {
+            if (at + 3 >= text.size() || text[at + 3] != '>') { continue; }
+            const std::string digits = text.substr(at + 1, 2);
+            if (std::isxdigit(digits[0]) == 0 || std::isxdigit(digits[1]) == 0) { continue; }
+            text.replace(at, 4, 1, static_cast<char>(std::stoi(digits, nullptr, 16)));
+        }
         return text;
     }
 
@@ -200,8 +212,7 @@ private:
         {    "<LF>",   "\n"},
         {    "<BS>",   "\b"},
         {"<CTRL-Z>", "\x1A"},
-        {   "<ESC>", "\x1B"},
-        {    "<01>", "\x01"}
+        {   "<ESC>", "\x1B"}
     };
 };
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/ipc/access.h"
 #include "platform/ipc/descriptor.h"
 #include "platform/ipc/failure.h"
 #include "platform/ipc/ipc_server.h"
@@ -21,7 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t OWNER_FOLDER = 0700;
+constexpr const char *COUNTER_NAME = "sessions";
+constexpr const char *SYSTEM_FOLDER = "/run/smspb";
 
 std::string absoluteFrom(const char *variable, const char *value) {
     const fs::path path = fs::path(value).lexically_normal();
@@ -46,12 +48,16 @@ struct Absolute {
     }
 };
 
+bool isOpenToUs(const char *directory) {
+    return faccessat(AT_FDCWD, directory, R_OK | W_OK | X_OK, AT_EACCESS) == 0;
+}
+
 std::string chosenDirectory() {
     thread_local Absolute chosen, users;
     if (const char *own = secure_getenv("SMSPB_RUNTIME_DIR"); own != nullptr && *own != '\0') {
         return chosen.from("SMSPB_RUNTIME_DIR", own);
     }
-    if (geteuid() == 0) { return "/run/smspb"; }
+    if (geteuid() == 0 || isOpenToUs(SYSTEM_FOLDER)) { return SYSTEM_FOLDER; }
     if (const char *user = secure_getenv("XDG_RUNTIME_DIR"); user != nullptr && *user != '\0') {
         return users.from("XDG_RUNTIME_DIR", user) + "/smspb";
     }
@@ -64,30 +70,43 @@ struct Objection {
     std::string what;
 };
 
+bool isOwners(const struct stat &status) { return (status.st_mode & 0777) == OWNERS_FOLDER; }
+
+bool isGroups(const struct stat &status) {
+    return (status.st_mode & (S_ISVTX | 0777)) == GROUPS_FOLDER;
+}
+
 Objection objectionTo(const struct stat &status) {
     if (S_ISLNK(status.st_mode)) { return {ELOOP, " is a symbolic link"}; }
     if (!S_ISDIR(status.st_mode)) { return {ENOTDIR, " is not a directory"}; }
-    if (status.st_uid != geteuid()) {
-        return {EPERM, " belongs to user " + std::to_string(status.st_uid) + ", not to us"};
+    if (!isOwners(status) && !isGroups(status)) {
+        return {EPERM, " must be open to its owner only, or to a group: chmod 700 or 1770 it"};
     }
-    if ((status.st_mode & 0777) != OWNER_FOLDER) {
-        return {EPERM, " must be open to its owner only: chmod 700 it"};
+    const std::optional<gid_t> group = groupOf(status);
+    if (status.st_uid == geteuid() || (group && isMember(*group))) { return {}; }
+    if (group) {
+        return {EPERM, " is open to group " + std::to_string(*group) + ", and we are no member"};
     }
-    return {};
+    return {EPERM, " belongs to user " + std::to_string(status.st_uid) + ", not to us"};
 }
 
-std::string checkedDirectory() {
-    std::string directory = chosenDirectory();
+struct Directory {
+    std::string path;
     struct stat status {};
-    if (lstat(directory.c_str(), &status) != 0) {
-        const bool isThere = mkdir(directory.c_str(), OWNER_FOLDER) == 0 || errno == EEXIST;
-        if (!isThere || lstat(directory.c_str(), &status) != 0) {
-            fail(errno, "cannot create the runtime directory " + directory);
+};
+
+Directory checkedDirectory() {
+    Directory directory{chosenDirectory(), {}};
+    const char *path = directory.path.c_str();
+    if (lstat(path, &directory.status) != 0) {
+        const bool isThere = mkdir(path, OWNERS_FOLDER) == 0 || errno == EEXIST;
+        if (!isThere || lstat(path, &directory.status) != 0) {
+            fail(errno, "cannot create the runtime directory " + directory.path);
         }
     }
-    const Objection objection = objectionTo(status);
+    const Objection objection = objectionTo(directory.status);
     if (objection.error != 0) {
-        refuse(objection.error, "runtime directory " + directory + objection.what);
+        refuse(objection.error, "runtime directory " + directory.path + objection.what);
     }
     return directory;
 }
@@ -128,6 +147,9 @@ private:
                 fail(error, path);
             }
         }
+        if (status.st_uid == geteuid()) {
+            if (const int error = openToOthers(path); error != 0) { fail(error, path); }
+        }
         void *page = mmap(nullptr, sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
         if (page == MAP_FAILED) { fail(errno, "cannot map the session counter"); }
         page_ = static_cast<u32 *>(page);
@@ -146,10 +168,26 @@ private:
 
 } // namespace
 
-fs::path runtimeDirectory() { return checkedDirectory(); }
+fs::path runtimeDirectory() { return checkedDirectory().path; }
+
+std::optional<gid_t> runtimeGroup() { return groupOf(checkedDirectory().status); }
+
+void setRuntimeGroup(std::optional<gid_t> group) {
+    const Directory directory = checkedDirectory();
+    const char *path = directory.path.c_str();
+    const auto sameUser = static_cast<uid_t>(-1);
+    const bool isSo = groupOf(directory.status) == group;
+    if (!isSo && ((group && chown(path, sameUser, *group) != 0) ||
+                  chmod(path, group ? GROUPS_FOLDER : OWNERS_FOLDER) != 0)) {
+        fail(errno, "cannot open the runtime directory " + directory.path + " to " +
+                        (group ? "group " + std::to_string(*group) : "its owner alone"));
+    }
+    nextSharedNumber(); // creates the file, which follows the directory
+    if (directory.status.st_uid == geteuid()) { openToOthers(runtimePath(COUNTER_NAME)); }
+}
 
 std::string runtimePath(std::string_view name) {
-    std::string path = checkedDirectory();
+    std::string path = checkedDirectory().path;
     if (!path.ends_with('/')) { path += '/'; }
     return path.append(name);
 }
@@ -166,7 +204,7 @@ std::string subscriberPrefix(u32 messageId) {
 
 u32 nextSharedNumber() {
     thread_local SharedCounter counter;
-    return counter.next(runtimePath("sessions"));
+    return counter.next(runtimePath(COUNTER_NAME));
 }
 
 } // namespace smspb::ipc

@@ -1,8 +1,8 @@
 // The receiving side of the IPC library: serve a destination, follow notifications, read a queue.
 //
 // The constructors throw std::system_error or std::runtime_error whose text says what is wrong and
-// what would be right. Everything received is checked first: a peer other than our own user or
-// root, and a message whose lengths do not agree, is dropped and its sender fails at once.
+// what would be right. Everything received is checked first: a peer that the runtime directory is
+// not open to, and a message whose lengths do not agree, is dropped and its sender fails at once.
 //
 // A Server, Subscription or Queue is used by one thread at a time; its blocks may be read, answered
 // and dropped by any. It belongs to the process that opened it: in a forked child it is closed and
@@ -25,10 +25,18 @@ namespace smspb::ipc {
 
 class Mailbox;
 
-// The directory that holds the sockets: SMSPB_RUNTIME_DIR, or /run/smspb for root and
-// $XDG_RUNTIME_DIR/smspb for others. Created when it is missing; one that is a link, that another
-// user owns or that others may enter is refused.
+// The directory that holds the sockets: SMSPB_RUNTIME_DIR, or /run/smspb for root and for those
+// whom it is open to, and $XDG_RUNTIME_DIR/smspb for others. Created when it is missing. It is its
+// owner's alone (mode 0700) or a group's too (mode 1770); any other, one that is a link and one
+// that is not open to us are refused.
 std::filesystem::path runtimeDirectory();
+
+// The group that it is open to, besides its owner and root. Throws like runtimeDirectory().
+std::optional<gid_t> runtimeGroup();
+
+// Opens it to the members of that group as well, or, without one, to its owner alone. For the one
+// that owns it, before it serves anything. Throws like runtimeDirectory().
+void setRuntimeGroup(std::optional<gid_t> group);
 
 // Whether a process serves the destination right now.
 bool isServed(u32 dest_id);

@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/ipc/access.h"
 #include "platform/ipc/directory.h"
 #include "platform/ipc/failure.h"
 #include "platform/ipc/waiting.h"
@@ -144,8 +145,8 @@ void Mailbox::listenAt(const fs::path &path) {
     const auto *name = reinterpret_cast<const sockaddr *>(&address.name);
     if (bind(listener_.get(), name, sizeof(address.name)) != 0) { fail(errno, path.string()); }
     names_.push_back(path);
-    if (chmod(path.c_str(), OWNER_FILE) != 0 || listen(listener_.get(), SOMAXCONN) != 0 ||
-        !watch(poller_.get(), listener_.get())) {
+    if (const int error = openToOthers(path); error != 0) { fail(error, path.string()); }
+    if (listen(listener_.get(), SOMAXCONN) != 0 || !watch(poller_.get(), listener_.get())) {
         fail(errno, path.string());
     }
 }
@@ -249,7 +250,7 @@ void Mailbox::acceptNext() {
     if (fd < 0) { return; }
     const bool staysSilent = sender.usesSpare && !waitReadable(fd, deadlineAfter(SPARE_WAIT));
     const std::optional<Peer> peer = peerOf(fd);
-    if (!peer || !isTrusted(*peer) || staysSilent) { return; }
+    if (!peer || !isTrusted(fd, *peer) || staysSilent) { return; }
     sender.peer = *peer;
     if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
     silent_.push_back(std::move(sender));

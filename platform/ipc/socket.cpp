@@ -1,5 +1,7 @@
 #include "platform/ipc/socket.h"
 
+#include "platform/ipc/access.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -96,8 +98,6 @@ std::optional<Peer> peerOf(int socket) {
     return Peer{told.pid, told.uid, told.gid};
 }
 
-bool isTrusted(const Peer &peer) { return peer.user == 0 || peer.user == geteuid(); }
-
 u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection) {
     if (!isPath(address.name)) { return EDESTADDRREQ; }
     Descriptor own(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -111,7 +111,7 @@ u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection)
     }
     if (error != 0) { return error == ENOENT ? ECONNREFUSED : error; }
     const std::optional<Peer> peer = peerOf(own.get());
-    if (!peer || !isTrusted(*peer)) { return EPERM; }
+    if (!peer || !isTrusted(own.get(), *peer)) { return EPERM; }
     *connection = std::move(own);
     return 0;
 }

@@ -43,9 +43,6 @@ u32 makeAddress(const std::string &path, Address *address);
 // The process at the other end, as it was when it connected; nothing when the kernel does not say.
 std::optional<Peer> peerOf(int socket);
 
-// Whether it runs as our own user or as root.
-bool isTrusted(const Peer &peer);
-
 // Connects until the deadline, which counts only while the receiver's queue is full (EAGAIN).
 // ECONNREFUSED when nobody listens there.
 u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection);

@@ -67,7 +67,7 @@ void notifyReport(std::string_view lines) {
 
 IpcFace::IpcFace(asio::io_context &loop, std::chrono::seconds keepTransfers)
     : server_(MODEM_MANAGER_ID), readable_(loop, duplicate(server_.fd())),
-      transfers_(loop, ipc::runtimeDirectory(), keepTransfers) {}
+      transfers_(loop, ipc::runtimeDirectory(), ipc::runtimeGroup(), keepTransfers) {}
 
 void IpcFace::listen(RequestQueue &queue) {
     queue_ = &queue;

@@ -33,6 +33,8 @@ void declare(CLI::App &app, Options *options) {
     app.add_option("--baud", options->baud, "Line rate; a USB modem ignores it")
         ->check(CLI::Validator(checkBaud, ""))
         ->capture_default_str();
+    app.add_option("--group", options->group,
+                   "Members of this group may ask too, not only our own user and root");
     app.add_option("--keep-transfers", options->keepTransfers,
                    "Seconds that the file of a long reply is kept")
         ->check(CLI::Range(1, 3600))

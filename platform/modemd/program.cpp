@@ -1,9 +1,14 @@
 #include "platform/modemd/program.h"
 
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <optional>
+#include <stdexcept>
 #include <utility>
+
+#include <grp.h>
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
@@ -11,6 +16,7 @@
 #include <spdlog/sinks/syslog_sink.h>
 #include <spdlog/spdlog.h>
 
+#include "platform/ipc/ipc_server.h"
 #include "platform/modemd/at_engine.h"
 #include "platform/modemd/ipc_face.h"
 #include "platform/modemd/modem_service.h"
@@ -32,11 +38,24 @@ void openLog(const Options &options) {
     spdlog::set_level(options.verbose ? spdlog::level::debug : spdlog::level::info);
 }
 
+// Nothing for an empty name. A number that no group has is taken as it is.
+std::optional<gid_t> groupNamed(const std::string &name) {
+    if (name.empty()) { return std::nullopt; }
+    if (const group *found = getgrnam(name.c_str()); found != nullptr) { return found->gr_gid; }
+    gid_t number = 0;
+    const char *end = name.data() + name.size();
+    const auto [stop, error] = std::from_chars(name.data(), end, number);
+    if (error == std::errc() && stop == end) { return number; }
+    throw std::runtime_error("--group " + name +
+                             ": no group of that name; \"getent group\" lists them");
+}
+
 } // namespace
 
 void serve(const Options &options) {
     openLog(options);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
+    ipc::setRuntimeGroup(groupNamed(options.group));
     asio::io_context loop(1);
     IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
     AtEngine engine(loop, options.device, options.baud, notifyReport);

@@ -10,6 +10,7 @@ struct Options {
     std::string device;
     unsigned baud = 115200;
     unsigned keepTransfers = 60;
+    std::string group; // whose members may ask, besides our own user and root; empty for none
     bool verbose = false;
     bool toSyslog = false; // the log, in place of standard error
 };

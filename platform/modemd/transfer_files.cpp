@@ -27,6 +27,13 @@ int writeAll(int fd, std::string_view text) {
     return 0;
 }
 
+// 0, or the error that forbids it.
+int letRead(int fd, gid_t readers) {
+    const bool isDone =
+        ::fchown(fd, static_cast<uid_t>(-1), readers) == 0 && ::fchmod(fd, 0640) == 0;
+    return isDone ? 0 : errno;
+}
+
 void removeLeftovers(const fs::path &directory) {
     std::error_code ignored;
     for (const fs::directory_entry &entry : fs::directory_iterator(directory, ignored)) {
@@ -38,8 +45,9 @@ void removeLeftovers(const fs::path &directory) {
 
 } // namespace
 
-TransferFiles::TransferFiles(asio::io_context &loop, fs::path directory, std::chrono::seconds keep)
-    : directory_(std::move(directory)), keep_(keep), timer_(loop) {
+TransferFiles::TransferFiles(asio::io_context &loop, fs::path directory,
+                             std::optional<gid_t> readers, std::chrono::seconds keep)
+    : directory_(std::move(directory)), readers_(readers), keep_(keep), timer_(loop) {
     removeLeftovers(directory_);
 }
 
@@ -51,6 +59,7 @@ fs::path TransferFiles::write(std::string_view text) {
     std::string name = directory_ / (std::string(NAME_PREFIX) + "XXXXXX");
     const int fd = ::mkostemp(name.data(), O_CLOEXEC); // exclusive, mode 0600
     int error = fd < 0 ? errno : writeAll(fd, text);
+    if (error == 0 && readers_) { error = letRead(fd, *readers_); }
     if (fd >= 0 && ::close(fd) != 0 && error == 0) { error = errno; }
     if (error != 0) {
         if (fd >= 0) { ::unlink(name.c_str()); }

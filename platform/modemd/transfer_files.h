@@ -1,12 +1,15 @@
 // Files for replies that are too long for a response, each with a name that cannot be guessed and
-// readable by our own user alone.
+// readable by our own user alone, or by the group as well that the runtime directory is open to.
 #ifndef SMSPB_PLATFORM_MODEMD_TRANSFER_FILES_H
 #define SMSPB_PLATFORM_MODEMD_TRANSFER_FILES_H
 
 #include <chrono>
 #include <deque>
 #include <filesystem>
+#include <optional>
 #include <string_view>
+
+#include <sys/types.h>
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
@@ -18,7 +21,7 @@ public:
     // Files live for `keep`: whoever asked reads them at once, but a slow one gets the time. What a
     // killed predecessor left in the directory is removed.
     TransferFiles(asio::io_context &loop, std::filesystem::path directory,
-                  std::chrono::seconds keep);
+                  std::optional<gid_t> readers, std::chrono::seconds keep);
     TransferFiles(const TransferFiles &) = delete;
     TransferFiles &operator=(const TransferFiles &) = delete;
     // Removes all that are left.
@@ -41,6 +44,7 @@ private:
     void removeExpired();
 
     std::filesystem::path directory_;
+    std::optional<gid_t> readers_;
     std::chrono::seconds keep_;
     asio::steady_timer timer_; // for the oldest file
     std::deque<File> files_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -1601,6 +1602,67 @@ TEST_F(Modemd, ATransferFileThatCannotBeWrittenFailsTheRequest) {
     EXPECT_EQ(response.result, static_cast<u32>(Result::NO_TRANSFER));
     EXPECT_TRUE(daemon_->logs("cannot write the reply's transfer file"));
     expectAlive();
+}
+
+// ================ access ================
+
+constexpr gid_t MEMBERS = 54321;
+
+// Becomes an ordinary user, asks, and reads the reply's file.
+int askAsUser(gid_t group) {
+    constexpr uid_t SOMEBODY = 4002;
+    if (::setgroups(0, nullptr) != 0 || ::setgid(group) != 0 || ::setuid(SOMEBODY) != 0) {
+        return 1;
+    }
+    const Response response = ask(COMMAND_REQUEST, commandRecord("AT+X\r"));
+    if (response.status != IPC_OK) { return 2; }
+    return contentsOf(response.path()) == longReply(2000) ? 0 : 3;
+}
+
+class ModemdAccess : public Modemd {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) { GTEST_SKIP() << "needs root to become somebody else"; }
+        fs::permissions(fs::path(device()).parent_path(), fs::perms(0755));
+    }
+    static pid_t forkAsker(gid_t group) {
+        const pid_t pid = ::fork();
+        if (pid == 0) { ::_exit(askAsUser(group)); }
+        return pid;
+    }
+    static int exitCodeOf(pid_t pid) {
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+TEST_F(ModemdAccess, AMemberOfTheGroupIsServedAndReadsALongReply) {
+    startInStep({"--group", std::to_string(MEMBERS)});
+    const pid_t asker = forkAsker(MEMBERS);
+    modem_.answer("AT+X\r", longReply(2000));
+    EXPECT_EQ(exitCodeOf(asker), 0);
+    for (const fs::path &file : transferFiles()) {
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms(0640));
+    }
+}
+
+TEST_F(ModemdAccess, OthersAreNot) {
+    startInStep({"--group", std::to_string(MEMBERS)});
+    EXPECT_EQ(exitCodeOf(forkAsker(MEMBERS + 1)), 2);
+    expectAlive();
+}
+
+TEST_F(ModemdAccess, WithoutAGroupNobodyElseIs) {
+    startInStep();
+    EXPECT_EQ(exitCodeOf(forkAsker(MEMBERS)), 2);
+    expectAlive();
+}
+
+TEST_F(ModemdAccess, AnUnknownGroupIsNamed) {
+    Daemon daemon({"--device", device(), "--group", "no-such-group"});
+    EXPECT_EQ(daemon.exitCode(), 1);
+    EXPECT_TRUE(daemon.logs("--group no-such-group: no group of that name"));
 }
 
 // ================ messages ================

@@ -1,6 +1,7 @@
 #include "broadcast.h"
 
 #include "charset.h"
+#include "message_show.h"
 #include "message_text.h"
 #include "modem.h"
 #include "network.h"
@@ -40,6 +41,24 @@ bool isInRange(std::string_view range, unsigned identifier) {
 
 } // namespace
 
+// TS 23.038, 5: the groups of languages are text but for 0001 0001, which is UCS-2 behind one.
+bool isBroadcastText(std::uint8_t dcs) {
+    static constexpr std::uint8_t LANGUAGE_UCS2 = 0x11;
+    const unsigned group = dcs >> 4;
+    const unsigned alphabet = dcs >> 2 & 3U; // 1 octets, 2 UCS-2
+    const bool compressed = (dcs & 0x20U) != 0;
+    switch (group) {
+    case 0x1: return dcs != LANGUAGE_UCS2;
+    case 0x4:
+    case 0x5:
+    case 0x6:
+    case 0x7: return !compressed && alphabet != 1 && alphabet != 2;
+    case 0x9: return false; // with a header
+    case 0xF: return (alphabet & 1U) == 0;
+    default: return true;
+    }
+}
+
 std::optional<std::vector<Octets>> broadcastPages(const Broadcast &broadcast,
                                                   std::u16string_view text) {
     if (!broadcast.ucs2 && !toSeptets(text)) { return std::nullopt; }
@@ -71,7 +90,7 @@ bool receivePage(Modem &modem, const Octets &page) {
         !isAccepted(modem.settings.broadcasts, identifier)) {
         return false;
     }
-    indicate(modem, "+CBM: " + std::to_string(page.size()) + "\n" + toHex(page));
+    indicate(modem, pageIndication(modem.settings, page));
     return true;
 }
 

@@ -23,6 +23,9 @@ struct Broadcast {
 std::optional<std::vector<Octets>> broadcastPages(const Broadcast &broadcast,
                                                   std::u16string_view text);
 
+// True when the coding scheme of a page says that it holds characters of the GSM alphabet alone.
+bool isBroadcastText(std::uint8_t dcs);
+
 // True when +CSCB (TS 27.005, 3.3.4) lets the identifier through. No list means all of them.
 bool isAccepted(const BroadcastSettings &settings, std::uint16_t identifier);
 

@@ -17,9 +17,7 @@ Reply unsupportedForm(Family family) {
 Reply wrongParameter(const Modem &modem, Family family) {
     switch (family) {
     case Family::equipment: return cmeError(CME_INCORRECT_PARAMETERS);
-    case Family::message:
-        return cmsError(modem.settings.textMode ? CMS_INVALID_TEXT_PARAMETER
-                                                : CMS_INVALID_PDU_PARAMETER);
+    case Family::message: return cmsError(cmsParameterCode(modem.settings));
     case Family::basic: break;
     }
     return refused(Result::Kind::error);
@@ -55,9 +53,9 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
 
 } // namespace
 
-std::array<std::span<const CommandRow>, 6> commandTables() {
-    return {basicCommands(),   equipmentCommands(), networkCommands(),
-            messageCommands(), phonebookCommands(), ussdCommands()};
+std::array<std::span<const CommandRow>, COMMAND_TABLES> commandTables() {
+    return {basicCommands(), equipmentCommands(), networkCommands(),   messageCommands(),
+            storeCommands(), sendCommands(),      phonebookCommands(), ussdCommands()};
 }
 
 const CommandRow *findRow(std::string_view name) {

@@ -25,7 +25,7 @@ struct CommandRow {
     Family family = Family::equipment;
     unsigned highest = 0;      // of a basic command's number
     std::size_t arguments = 0; // that the set form takes at most
-    bool takesData = false;    // the set form asks for data
+    bool takesData = false;    // the set form, or the one that executes, asks for data
     bool needsSim = false;
     std::string_view ranges = {}; // what the test form shows behind "NAME: "; empty for OK alone
     Handler execute = nullptr, read = nullptr, set = nullptr;
@@ -36,11 +36,14 @@ std::span<const CommandRow> basicCommands();
 std::span<const CommandRow> equipmentCommands();
 std::span<const CommandRow> networkCommands();
 std::span<const CommandRow> messageCommands();
+std::span<const CommandRow> storeCommands();
+std::span<const CommandRow> sendCommands();
 std::span<const CommandRow> phonebookCommands();
 std::span<const CommandRow> ussdCommands();
 
 // All of them, in the order in which +CLAC lists them.
-std::array<std::span<const CommandRow>, 6> commandTables();
+inline constexpr std::size_t COMMAND_TABLES = 8;
+std::array<std::span<const CommandRow>, COMMAND_TABLES> commandTables();
 
 // Null for an unknown command.
 const CommandRow *findRow(std::string_view name);

@@ -1,5 +1,6 @@
 #include "dialogue.h"
 
+#include "acknowledgement.h"
 #include "command_table.h"
 
 #include <fmt/format.h>
@@ -31,6 +32,11 @@ std::string noise(std::size_t length) {
     }
     octets.resize(length);
     return octets;
+}
+
+// The forms that ask for data, when the command takes any.
+bool carriesOut(const CommandRow &row, Command::Form form) {
+    return form == Command::Form::set || (form == Command::Form::execute && row.execute != nullptr);
 }
 
 } // namespace
@@ -124,7 +130,7 @@ bool Dialogue::runCommand(const Command &command) {
     const Fault *const fault =
         command.name == FAULT_COMMAND ? nullptr : modem_.faults.match(command.text);
     const CommandRow *const row = findRow(command.name);
-    const bool asks = row != nullptr && row->takesData && command.form == Command::Form::set;
+    const bool asks = row != nullptr && row->takesData && carriesOut(*row, command.form);
     if (fault != nullptr) {
         if (fault->refuses() && !asks) { return !applyRefusal(*fault); }
         run_.fault = *fault;
@@ -245,6 +251,7 @@ void Dialogue::putUnsolicited() {
         put(unsolicitedText(modem_.settings, modem_.unsolicited.front()));
         modem_.unsolicited.pop_front();
     }
+    startWaiting(modem_);
 }
 
 void Dialogue::put(std::string text) {

@@ -51,6 +51,14 @@ void addStorages(CLI::App &app, ModemOptions &modem) {
         ->capture_default_str()
         ->check(CLI::Range(std::size_t{0}, STORAGE_MAX))
         ->type_name("");
+    app.add_option("--index-base", modem.indexes.base, "Index of the first message place")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1))
+        ->type_name("");
+    app.add_option("--index-step", modem.indexes.step, "Distance of the indexes of message places")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100))
+        ->type_name("");
     app.add_option("--pb-sm-size", modem.smPhonebookSize, "Places of the phonebook SM")
         ->capture_default_str()
         ->check(CLI::Range(std::size_t{1}, STORAGE_MAX))

@@ -4,7 +4,7 @@
 #include "clock.h"
 #include "faults.h"
 #include "phonebook.h"
-#include "storage.h"
+#include "storage_view.h"
 #include "ussd.h"
 
 #include <array>
@@ -28,6 +28,13 @@ struct BroadcastSettings {
     std::string identifiers, codings;
 };
 
+// +CSMP (TS 27.005, 3.3.3): what a message entered in text mode has beside number and text.
+struct TextParameters {
+    std::uint8_t first = 17; // TP-MTI and the flags of a SUBMIT
+    Octets validity = {167}; // TP-VP: an octet, or seven of an absolute or enhanced one
+    std::uint8_t pid = 0, dcs = 0;
+};
+
 // What AT&F sets back to these values and ATZ to the profile of AT&W.
 struct Settings {
     bool echo = true;
@@ -45,6 +52,9 @@ struct Settings {
     }; // V.250, S
     ErrorReports errorReports = ErrorReports::off;
     bool textMode = false;            // +CMGF
+    bool showsTextDetails = false;    // +CSDH
+    TextParameters textParameters;    // +CSMP
+    bool acknowledges = false;        // +CSMS <service> 1
     std::string charset = "IRA";      // +CSCS
     unsigned registrationReports = 0; // +CREG
     unsigned packetReports = 0;       // +CGREG
@@ -64,6 +74,16 @@ struct Settings {
 // <mem3> receive.
 enum Use : std::size_t { USE_READ = 0, USE_WRITE = 1, USE_RECEIVE = 2, USE_COUNT = 3 };
 
+// What it may be, "MT" for both storages together.
+inline constexpr std::array<std::string_view, 3> STORAGE_NAMES = {"ME", "SM", "MT"};
+
+// +CSAS and +CRES (TS 27.005, 3.3.5 and 3.3.6).
+struct MessageProfile {
+    std::string serviceCentre;
+    TextParameters textParameters;
+    BroadcastSettings broadcasts;
+};
+
 // What the network has for this modem.
 struct Incoming {
     enum class Kind { message, report };
@@ -76,6 +96,7 @@ struct ModemOptions {
     std::string number = "+15550001000";
     std::string serviceCentre = "+15550000099";
     std::size_t meSize = 100, smSize = 50;
+    IndexScheme indexes;
     std::size_t mePhonebookSize = 100, smPhonebookSize = 250;
     PhonebookLimits phonebookLimits;
     bool interjects = false;
@@ -88,20 +109,27 @@ struct Modem {
                                                          Storage("SM", options.smSize)},
           phonebooks{Phonebook("SM", options.smPhonebookSize),
                      Phonebook("ME", options.mePhonebookSize)},
-          phonebookLimits(options.phonebookLimits), interjects(options.interjects) {}
+          phonebookLimits(options.phonebookLimits), indexes(options.indexes),
+          interjects(options.interjects) {
+        messageProfiles.fill({options.serviceCentre, {}, {}});
+    }
 
     Clock clock;
     std::string number;
     std::string serviceCentre; // empty for none
     Settings settings, profile;
+    std::array<MessageProfile, 2> messageProfiles;
     std::array<Storage, 2> storages;
-    std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in `storages`
+    std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in STORAGE_NAMES
     std::array<Phonebook, 2> phonebooks;
     PhonebookLimits phonebookLimits;
+    IndexScheme indexes;
     std::size_t selectedPhonebook = 0; // index in `phonebooks`
     std::uint8_t lastReference = 0;
-    std::deque<Incoming> pending; // from the network, waiting for room
-    std::deque<std::string> held; // unsolicited, kept back by +CNMI mode 0
+    std::deque<Incoming> pending;           // from the network, waiting for room
+    std::optional<Incoming> unacknowledged; // handed over while +CSMS is 1
+    Timer acknowledgementTimer{clock};      // runs once that one has been put out
+    std::deque<std::string> held;           // unsolicited, kept back by +CNMI mode 0
     std::deque<std::string>
         unsolicited; // to go out as soon as no command runs; lines joined by "\n"
     std::uint8_t nextConcatenation = 0; // of messages from the network
@@ -116,12 +144,14 @@ struct Modem {
     Faults faults;
 
     Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }
-    Storage &storage(Use use) { return storages.at(selected.at(use)); }
+    // By its index in STORAGE_NAMES.
+    StorageView view(std::size_t named);
+    StorageView storage(Use use) { return view(selected.at(use)); }
 
     // Whether there is a network: messages come and go.
     bool isRegistered() const { return simPresent && functionality == 1; }
 
-    // By the name of +CPMS; null for another.
+    // "ME" or "SM"; null for another.
     Storage *findStorage(std::string_view name);
 
     // As after power-on: what is stored stays, settings do not.

@@ -1,5 +1,7 @@
 #include "network.h"
 
+#include "acknowledgement.h"
+#include "message_show.h"
 #include "text.h"
 
 #include <algorithm>
@@ -14,8 +16,6 @@ enum : unsigned { DS_SILENT = 0, DS_ROUTE = 1, DS_STORE = 2 };                  
 enum : unsigned { BFR_FLUSH = 0 };                                                      // <bfr>
 enum : int { CLASS_DISPLAY = 0, CLASS_SIM = 2, CLASS_TERMINAL = 3 }; // TS 23.038, 4
 
-constexpr std::size_t HELD_MAX = 100;
-
 // TS 27.005, 3.4.1, <mt>. A class 0 message is for the display; a modem has none and hands it over.
 bool isRouted(unsigned mt, std::uint8_t dcs) {
     const std::optional<int> type = messageClass(dcs);
@@ -27,44 +27,64 @@ bool isRouted(unsigned mt, std::uint8_t dcs) {
     }
 }
 
-std::string withPdu(std::string header, const Pdu &pdu) {
-    return std::move(header) + std::to_string(pdu.tpdu.size()) + "\n" + pdu.text();
+enum class Outcome { waits, received, awaitsAcknowledgement };
+
+// Shows a message and has no more to do with it, unless the terminal is to acknowledge it.
+Outcome handOver(Modem &modem, const Incoming &incoming) {
+    if (!mayHandOver(modem)) { return Outcome::waits; }
+    indicate(modem, incoming.kind == Incoming::Kind::message
+                        ? messageIndication(modem, incoming.pdu)
+                        : reportIndication(modem, incoming.pdu));
+    if (!modem.settings.acknowledges) { return Outcome::received; }
+    modem.unacknowledged = incoming;
+    return Outcome::awaitsAcknowledgement;
 }
 
-// False when the storage has no room.
-bool storeIncoming(Modem &modem, Storage &storage, const Pdu &pdu, std::string_view announcement) {
-    const auto index = storage.add({MessageStatus::unread, pdu});
-    if (!index) { return false; }
-    if (!announcement.empty()) {
-        indicate(modem, std::string(announcement) + inQuotes(storage.name()) + "," +
-                            std::to_string(*index));
+// The storages that +CPMS <mem3> stands for, by their index, in the order in which they are filled.
+std::vector<std::size_t> receiveStorages(const Modem &modem) {
+    const std::size_t chosen = modem.selected.at(USE_RECEIVE);
+    if (chosen < modem.storages.size()) { return {chosen}; }
+    return {0, 1};
+}
+
+// Into the first that has room. The announcement names the storage itself, so that a program that
+// knows no "MT" finds the message.
+Outcome store(Modem &modem, const std::vector<std::size_t> &storages, const Pdu &pdu,
+              std::string_view announcement) {
+    for (const std::size_t named : storages) {
+        const StorageView storage = modem.view(named);
+        const auto index = storage.add({MessageStatus::unread, pdu});
+        if (!index) { continue; }
+        if (!announcement.empty()) {
+            indicate(modem, std::string(announcement) + inQuotes(storage.name()) + "," +
+                                std::to_string(*index));
+        }
+        return Outcome::received;
     }
-    return true;
+    return Outcome::waits;
 }
 
-bool receiveMessage(Modem &modem, const Pdu &pdu) {
+Outcome receiveMessage(Modem &modem, const Incoming &incoming) {
+    static constexpr std::size_t SIM = 1; // in Modem::storages
     const unsigned mt = modem.settings.indications.mt;
-    const std::uint8_t dcs = deliverCoding(pdu.tpdu);
-    if (isRouted(mt, dcs)) {
-        indicate(modem, withPdu("+CMT: ,", pdu));
-        return true;
-    }
-    Storage &storage =
-        messageClass(dcs) == CLASS_SIM ? *modem.findStorage("SM") : modem.storage(USE_RECEIVE);
-    return storeIncoming(modem, storage, pdu, mt == MT_SILENT ? "" : "+CMTI: ");
+    const auto fields = fieldsOf(incoming.pdu.tpdu);
+    const std::uint8_t dcs = fields ? fields->dcs : std::uint8_t{0};
+    if (isRouted(mt, dcs)) { return handOver(modem, incoming); }
+    return store(modem, messageClass(dcs) == CLASS_SIM ? std::vector{SIM} : receiveStorages(modem),
+                 incoming.pdu, mt == MT_SILENT ? "" : "+CMTI: ");
 }
 
-bool receiveReport(Modem &modem, const Pdu &pdu) {
+Outcome receiveReport(Modem &modem, const Incoming &incoming) {
     switch (modem.settings.indications.ds) {
-    case DS_ROUTE: indicate(modem, withPdu("+CDS: ", pdu)); return true;
-    case DS_STORE: return storeIncoming(modem, modem.storage(USE_RECEIVE), pdu, "+CDSI: ");
-    default: return true;
+    case DS_ROUTE: return handOver(modem, incoming);
+    case DS_STORE: return store(modem, receiveStorages(modem), incoming.pdu, "+CDSI: ");
+    default: return Outcome::received;
     }
 }
 
-bool receive(Modem &modem, const Incoming &incoming) {
-    return incoming.kind == Incoming::Kind::message ? receiveMessage(modem, incoming.pdu)
-                                                    : receiveReport(modem, incoming.pdu);
+Outcome receive(Modem &modem, const Incoming &incoming) {
+    return incoming.kind == Incoming::Kind::message ? receiveMessage(modem, incoming)
+                                                    : receiveReport(modem, incoming);
 }
 
 bool isOwnNumber(const Modem &modem, OctetView destination) {
@@ -104,17 +124,17 @@ std::uint8_t sendMessage(Modem &modem, const Submit &submit, const Octets &servi
 }
 
 void receivePending(Modem &modem) {
+    settleUnacknowledged(modem);
     if (!modem.isRegistered()) { return; }
     std::deque<Incoming> waiting;
     waiting.swap(modem.pending);
     for (; !waiting.empty(); waiting.pop_front()) {
         Incoming &incoming = waiting.front();
-        if (!receive(modem, incoming)) {
-            modem.pending.push_back(std::move(incoming));
-        } else if (incoming.report) {
-            const Incoming report{Incoming::Kind::report, *incoming.report, std::nullopt};
-            if (!receive(modem, report)) { modem.pending.push_back(report); }
-        }
+        const Outcome outcome = receive(modem, incoming);
+        if (outcome == Outcome::waits) { modem.pending.push_back(std::move(incoming)); }
+        if (outcome != Outcome::received || !incoming.report) { continue; }
+        const Incoming report{Incoming::Kind::report, *incoming.report, std::nullopt};
+        if (receive(modem, report) == Outcome::waits) { modem.pending.push_back(report); }
     }
 }
 
@@ -125,8 +145,10 @@ void receiveUssd(Modem &modem) {
     }
 }
 
+bool holdsBack(const Modem &modem) { return modem.settings.indications.mode == MODE_HOLD; }
+
 void indicate(Modem &modem, std::string text) {
-    if (modem.settings.indications.mode != MODE_HOLD) {
+    if (!holdsBack(modem)) {
         modem.unsolicited.push_back(std::move(text));
         return;
     }
@@ -135,7 +157,7 @@ void indicate(Modem &modem, std::string text) {
 }
 
 void releaseHeld(Modem &modem) {
-    if (modem.settings.indications.mode == MODE_HOLD) { return; }
+    if (holdsBack(modem)) { return; }
     if (modem.settings.indications.bfr == BFR_FLUSH) {
         for (std::string &text : modem.held) { modem.unsolicited.push_back(std::move(text)); }
     }

@@ -17,6 +17,12 @@ void receivePending(Modem &modem);
 // Puts out the USSD answer that is under way.
 void receiveUssd(Modem &modem);
 
+// Indications that +CNMI mode 0 keeps back at most; the oldest goes.
+constexpr std::size_t HELD_MAX = 100;
+
+// True when +CNMI mode 0 keeps back what goes out unasked.
+bool holdsBack(const Modem &modem);
+
 // Puts out an unsolicited result code, or keeps it back as +CNMI mode 0 asks.
 void indicate(Modem &modem, std::string text);
 

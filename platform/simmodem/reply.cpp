@@ -127,14 +127,20 @@ Reply badParameter() { return refused(Result::Kind::badParameter); }
 Reply cmsError(unsigned code) { return refused(Result::Kind::cms, code); }
 Reply cmeError(unsigned code) { return refused(Result::Kind::cme, code); }
 
+unsigned cmsParameterCode(const Settings &settings) {
+    return settings.textMode ? CMS_INVALID_TEXT_PARAMETER : CMS_INVALID_PDU_PARAMETER;
+}
+
 std::string informationText(const Settings &settings, std::string_view information) {
     const std::string lineEnd{settings.terminator(), settings.lineFeed()};
     std::string text = settings.verbose ? lineEnd : std::string();
-    for (const char c : information) {
-        if (c == '\n') {
+    for (std::size_t i = 0; i < information.size(); i++) {
+        if (information.substr(i).starts_with(LITERAL_LINE_FEED)) {
+            text += information[++i];
+        } else if (information[i] == '\n') {
             text += lineEnd;
         } else {
-            text += c;
+            text += information[i];
         }
     }
     return text + lineEnd;

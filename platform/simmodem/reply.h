@@ -19,14 +19,16 @@ struct Result {
 
 // TS 27.005, 3.2.5.
 enum : unsigned {
+    CMS_NOT_ALLOWED = 302,
     CMS_NOT_SUPPORTED = 303,
-    CMS_NO_SIM = 310,
     CMS_INVALID_PDU_PARAMETER = 304,
     CMS_INVALID_TEXT_PARAMETER = 305,
+    CMS_NO_SIM = 310,
     CMS_INVALID_INDEX = 321,
     CMS_MEMORY_FULL = 322,
     CMS_SERVICE_CENTRE_UNKNOWN = 330,
     CMS_NO_NETWORK = 331,
+    CMS_NOTHING_TO_ACKNOWLEDGE = 340,
 };
 
 // TS 27.007, 9.2.
@@ -44,6 +46,11 @@ enum : unsigned {
     CME_INCORRECT_PARAMETERS = 50,
 };
 
+// Stands for a line feed that is part of a text and no end of a line. Nothing else looks like it:
+// no character set gives the first octet to a character of a message, and quotes close every
+// string.
+inline constexpr std::string_view LITERAL_LINE_FEED = "\xFF\n";
+
 struct Reply {
     // One information text, its lines separated by "\n"; empty for none.
     std::string information;
@@ -57,6 +64,9 @@ Reply refused(Result::Kind kind, unsigned code = 0);
 Reply badParameter();
 Reply cmsError(unsigned code);
 Reply cmeError(unsigned code);
+
+// The code for a bad parameter of a message command in the present mode.
+unsigned cmsParameterCode(const Settings &settings);
 
 // V.250, 5.7.1 and 5.7.2: an information text, a result and an unsolicited one, verbose
 // ("<CR><LF>text<CR><LF>") or short. ATQ1 takes away all results.

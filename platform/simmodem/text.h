@@ -2,6 +2,7 @@
 #pragma once
 
 #include <charconv>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +20,16 @@ inline std::optional<unsigned> parseNumber(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size()) { return std::nullopt; }
     return value;
+}
+
+// With commas between them.
+inline std::string joined(std::initializer_list<std::string> values) {
+    std::string text;
+    for (const std::string &value : values) {
+        if (&value != values.begin()) { text += ','; }
+        text += value;
+    }
+    return text;
 }
 
 inline bool isHexDigit(char c) { return isDigit(c) || (upper(c) >= 'A' && upper(c) <= 'F'); }

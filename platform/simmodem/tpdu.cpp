@@ -1,6 +1,8 @@
 #include "tpdu.h"
 
 #include "charset.h"
+#include "octet_reader.h"
+#include "text.h"
 
 #include <algorithm>
 #include <array>
@@ -35,49 +37,12 @@ constexpr unsigned
 
 constexpr std::uint8_t FILLER = 0x0F;
 constexpr std::size_t TIMESTAMP_OCTETS = 7;       // TS 23.040, 9.2.3.11
+constexpr unsigned ZONE_NEGATIVE = 0x08;          // in its last octet
 constexpr std::size_t SERVICE_CENTRE_OCTETS = 11; // TS 24.011, 8.2.5.1: type and 20 digits
 
 std::uint8_t low8(unsigned value) { return static_cast<std::uint8_t>(value & 0xFFU); }
 
 unsigned flag(bool set, unsigned mask) { return set ? mask : 0U; }
-
-// Takes fields off the front. One that is not there reads as empty or 0 and is remembered, so one
-// question after the last field answers for all of them.
-class OctetReader {
-public:
-    explicit OctetReader(OctetView octets) : rest_(octets) {}
-
-    OctetView octets(std::size_t count) {
-        if (count > rest_.size()) {
-            short_ = true;
-            count = rest_.size();
-        }
-        const OctetView taken = rest_.first(count);
-        rest_ = rest_.subspan(count);
-        return taken;
-    }
-
-    std::uint8_t octet() {
-        const OctetView taken = octets(1);
-        return taken.empty() ? std::uint8_t{0} : taken.front();
-    }
-
-    // The length octet counts digits, two to an octet, behind the type.
-    OctetView address() {
-        const OctetView all = rest_;
-        const std::size_t digits = octet();
-        if (digits > NUMBER_DIGITS_MAX) { short_ = true; }
-        const std::size_t size = 1 + octets(1 + (digits + 1) / 2).size();
-        return all.first(std::min(size, all.size()));
-    }
-
-    bool whole() const { return !short_; }
-    bool wholeAndUsedUp() const { return !short_ && rest_.empty(); }
-
-private:
-    OctetView rest_;
-    bool short_ = false;
-};
 
 Octets copyOf(OctetView octets) { return {octets.begin(), octets.end()}; }
 
@@ -90,22 +55,6 @@ int hexDigit(char c) {
     if (c >= 'A' && c <= 'F') { return c - 'A' + 10; }
     if (c >= 'a' && c <= 'f') { return c - 'a' + 10; }
     return -1;
-}
-
-std::optional<Octets> octetsFromHex(std::string_view text) {
-    Octets octets;
-    unsigned high = 0;
-    bool half = false;
-    for (const char c : text) {
-        if (c == '\r' || c == '\n' || c == ' ') { continue; }
-        const int digit = hexDigit(c);
-        if (digit < 0) { return std::nullopt; }
-        if (half) { octets.push_back(low8(high << 4 | static_cast<unsigned>(digit))); }
-        high = static_cast<unsigned>(digit);
-        half = !half;
-    }
-    if (half) { return std::nullopt; }
-    return octets;
 }
 
 void appendHex(std::string &text, OctetView octets) {
@@ -149,17 +98,6 @@ constexpr std::array<Unit, 16> UNITS = {
 };
 // clang-format on
 
-bool countsSeptets(std::uint8_t dcs) {
-    const unsigned alphabet = dcs >> 2 & 3U; // 0 seven bits, 1 octets, 2 UCS-2; 3 reserved, as 0
-    switch (UNITS.at(dcs >> 4)) {
-    case Unit::septet: return true;
-    case Unit::octet: return false;
-    case Unit::byAlphabet: return alphabet == 0 || alphabet == 3;
-    case Unit::byAlphabetBit: return (alphabet & 1U) == 0;
-    }
-    return true;
-}
-
 std::size_t userDataOctets(std::uint8_t dcs, std::uint8_t length) {
     return countsSeptets(dcs) ? (std::size_t{length} * 7 + 7) / 8 : length;
 }
@@ -180,33 +118,48 @@ std::uint8_t swappedBcd(int value) {
     return low8(static_cast<unsigned>(value % 10) << 4 | static_cast<unsigned>(value / 10 % 10));
 }
 
-// TS 23.040, 9.2.2.1.
-bool isDeliver(OctetView tpdu) {
-    OctetReader in(tpdu);
-    const std::uint8_t first = in.octet();
-    in.address();
-    in.octet(); // TP-PID
-    const std::uint8_t dcs = in.octet();
-    in.octets(TIMESTAMP_OCTETS);
-    const std::uint8_t length = in.octet();
-    const OctetView userData = in.octets(userDataOctets(dcs, length));
-    return in.wholeAndUsedUp() && (first & TP_MTI) == MTI_DELIVER &&
-           isUserData(userData, (first & TP_UDHI) != 0);
+// Fields in the order of TS 23.040, 9.2.2.1, 9.2.2.2 and 9.2.2.3, behind the first octet.
+void takeDeliver(OctetReader &in, TpduFields &fields) {
+    fields.address = in.address();
+    fields.pid = in.octet();
+    fields.dcs = in.octet();
+    fields.timestamp = in.octets(TIMESTAMP_OCTETS);
 }
 
-// TS 23.040, 9.2.2.3. What TP-PI announces behind TP-ST is not looked into.
-bool isStatusReport(OctetView tpdu) {
-    OctetReader in(tpdu);
-    const std::uint8_t first = in.octet();
-    in.octet(); // TP-MR
-    in.address();
-    in.octets(TIMESTAMP_OCTETS); // TP-SCTS
-    in.octets(TIMESTAMP_OCTETS); // TP-DT
-    in.octet();                  // TP-ST
-    return in.whole() && (first & TP_MTI) == MTI_STATUS_REPORT;
+void takeSubmit(OctetReader &in, TpduFields &fields) {
+    fields.reference = in.octet();
+    fields.address = in.address();
+    fields.pid = in.octet();
+    fields.dcs = in.octet();
+    fields.validity = in.octets(validityOctets(fields.first));
+}
+
+void takeStatusReport(OctetReader &in, TpduFields &fields) {
+    fields.reference = in.octet();
+    fields.address = in.address();
+    fields.timestamp = in.octets(TIMESTAMP_OCTETS);
+    fields.discharge = in.octets(TIMESTAMP_OCTETS);
+    fields.status = in.octet();
+}
+
+bool takeUserData(OctetReader &in, TpduFields &fields) {
+    fields.userDataLength = in.octet();
+    fields.userData = in.octets(userDataOctets(fields.dcs, fields.userDataLength));
+    return in.wholeAndUsedUp() && isUserData(fields.userData, fields.hasHeader());
 }
 
 } // namespace
+
+bool countsSeptets(std::uint8_t dcs) {
+    const unsigned alphabet = dcs >> 2 & 3U; // 0 seven bits, 1 octets, 2 UCS-2; 3 reserved, as 0
+    switch (UNITS.at(dcs >> 4)) {
+    case Unit::septet: return true;
+    case Unit::octet: return false;
+    case Unit::byAlphabet: return alphabet == 0 || alphabet == 3;
+    case Unit::byAlphabetBit: return (alphabet & 1U) == 0;
+    }
+    return true;
+}
 
 NetworkTime NetworkTime::local(std::time_t time) {
     static constexpr long QUARTER_HOUR = 15L * 60;
@@ -216,9 +169,7 @@ NetworkTime NetworkTime::local(std::time_t time) {
     return local;
 }
 
-// The zone's sign is bit 3 of its octet.
 Octets timestamp(const NetworkTime &time) {
-    static constexpr unsigned NEGATIVE = 0x08;
     const std::uint8_t zone = swappedBcd(std::abs(time.quarterHours));
     return {swappedBcd(time.clock.tm_year % 100),
             swappedBcd(time.clock.tm_mon + 1),
@@ -226,7 +177,65 @@ Octets timestamp(const NetworkTime &time) {
             swappedBcd(time.clock.tm_hour),
             swappedBcd(time.clock.tm_min),
             swappedBcd(time.clock.tm_sec),
-            low8(zone | flag(time.quarterHours < 0, NEGATIVE))};
+            low8(zone | flag(time.quarterHours < 0, ZONE_NEGATIVE))};
+}
+
+std::optional<Octets> octetsFromHex(std::string_view text) {
+    Octets octets;
+    unsigned high = 0;
+    bool half = false;
+    for (const char c : text) {
+        if (c == '\r' || c == '\n' || c == ' ') { continue; }
+        const int digit = hexDigit(c);
+        if (digit < 0) { return std::nullopt; }
+        if (half) { octets.push_back(low8(high << 4 | static_cast<unsigned>(digit))); }
+        high = static_cast<unsigned>(digit);
+        half = !half;
+    }
+    if (half) { return std::nullopt; }
+    return octets;
+}
+
+namespace {
+
+std::string digitPair(std::uint8_t swapped) {
+    const unsigned tens = swapped & 0x0FU;
+    const unsigned ones = swapped >> 4;
+    if (tens > 9 || ones > 9) { return "??"; }
+    return std::to_string(tens) + std::to_string(ones);
+}
+
+} // namespace
+
+std::string timestampText(OctetView timestamp) {
+    static constexpr std::string_view SEPARATORS = "//,::";
+    std::string text;
+    for (std::size_t i = 0; i + 1 < timestamp.size(); i++) {
+        if (i > 0) { text += SEPARATORS.at(i - 1); }
+        text += digitPair(timestamp[i]);
+    }
+    const std::uint8_t zone = timestamp.back();
+    text += (zone & ZONE_NEGATIVE) != 0 ? '-' : '+';
+    return text + digitPair(low8(zone & ~ZONE_NEGATIVE));
+}
+
+std::optional<Octets> timestampFromText(std::string_view text) {
+    static constexpr std::string_view FORM = "nn/nn/nn,nn:nn:nn+nn";
+    static constexpr std::array<unsigned, TIMESTAMP_OCTETS> MIN = {0, 1, 1, 0, 0, 0, 0};
+    static constexpr std::array<unsigned, TIMESTAMP_OCTETS> MAX = {99, 12, 31, 23, 59, 59, 79};
+    if (text.size() != FORM.size()) { return std::nullopt; }
+    Octets octets;
+    for (std::size_t i = 0; i < text.size(); i += 3) {
+        const auto value = parseNumber(text.substr(i, 2));
+        const std::size_t field = octets.size();
+        if (!value || *value < MIN.at(field) || *value > MAX.at(field)) { return std::nullopt; }
+        octets.push_back(swappedBcd(static_cast<int>(*value)));
+        const bool separated = i + 2 == text.size() || text[i + 2] == FORM[i + 2] ||
+                               (FORM[i + 2] == '+' && text[i + 2] == '-');
+        if (!separated) { return std::nullopt; }
+    }
+    if (text[text.size() - 3] == '-') { octets.back() = low8(octets.back() | ZONE_NEGATIVE); }
+    return octets;
 }
 
 std::string Pdu::text() const {
@@ -249,44 +258,88 @@ std::optional<Pdu> pduFromText(std::string_view text, std::size_t tpduLength) {
     return Pdu{copyOf(OctetView(*octets).first(1 + serviceCentreLength)), copyOf(tpdu)};
 }
 
-std::optional<Submit> submitFromTpdu(OctetView tpdu) {
+std::optional<TpduFields> fieldsOf(OctetView tpdu) {
     OctetReader in(tpdu);
-    Submit submit;
-    const std::uint8_t first = in.octet();
-    submit.replyPath = (first & TP_RP) != 0;
-    submit.headerPresent = (first & TP_UDHI) != 0;
-    submit.reportRequested = (first & TP_SRR) != 0;
-    in.octet(); // TP-MR: the modem numbers what it sends itself
-    submit.destination = copyOf(in.address());
-    submit.pid = in.octet();
-    submit.dcs = in.octet();
-    in.octets(validityOctets(first));
-    submit.userDataLength = in.octet();
-    submit.userData = copyOf(in.octets(userDataOctets(submit.dcs, submit.userDataLength)));
-    if (!in.wholeAndUsedUp() || (first & TP_MTI) != MTI_SUBMIT ||
-        !isUserData(submit.userData, submit.headerPresent)) {
-        return std::nullopt;
+    TpduFields fields;
+    fields.first = in.octet();
+    switch (fields.first & TP_MTI) {
+    case MTI_DELIVER:
+        fields.type = TpduType::deliver;
+        takeDeliver(in, fields);
+        break;
+    case MTI_SUBMIT:
+        fields.type = TpduType::submit;
+        takeSubmit(in, fields);
+        break;
+    case MTI_STATUS_REPORT: // what TP-PI announces behind TP-ST is not looked into
+        fields.type = TpduType::statusReport;
+        takeStatusReport(in, fields);
+        return in.whole() ? std::optional(fields) : std::nullopt;
+    default: return std::nullopt;
     }
+    return takeUserData(in, fields) ? std::optional(fields) : std::nullopt;
+}
+
+bool TpduFields::hasHeader() const { return (first & TP_UDHI) != 0; }
+bool TpduFields::hasSeptets() const { return countsSeptets(dcs) && !hasHeader(); }
+
+std::optional<Submit> submitFromTpdu(OctetView tpdu) {
+    const auto fields = fieldsOf(tpdu);
+    if (!fields || fields->type != TpduType::submit) { return std::nullopt; }
+    Submit submit; // TP-MR is left: the modem numbers what it sends itself
+    submit.replyPath = (fields->first & TP_RP) != 0;
+    submit.headerPresent = fields->hasHeader();
+    submit.reportRequested = (fields->first & TP_SRR) != 0;
+    submit.destination = copyOf(fields->address);
+    submit.pid = fields->pid;
+    submit.dcs = fields->dcs;
+    submit.userDataLength = fields->userDataLength;
+    submit.userData = copyOf(fields->userData);
     return submit;
 }
 
 bool isTpdu(TpduType type, OctetView tpdu) {
-    switch (type) {
-    case TpduType::deliver: return isDeliver(tpdu);
-    case TpduType::submit: return submitFromTpdu(tpdu).has_value();
-    case TpduType::statusReport: return isStatusReport(tpdu);
-    }
-    return false;
+    const auto fields = fieldsOf(tpdu);
+    return fields && fields->type == type;
+}
+
+bool isDeliverReport(OctetView tpdu, bool ofError) {
+    static constexpr std::uint8_t CAUSE_LOWEST = 0x80;            // TP-FCS, 9.2.3.22
+    static constexpr unsigned PID = 0x01, DCS = 0x02, UDL = 0x04; // TP-PI, 9.2.3.27
+    OctetReader in(tpdu);
+    TpduFields fields;
+    fields.first = in.octet();
+    if (ofError && in.octet() < CAUSE_LOWEST) { return false; }
+    const std::uint8_t parameters = in.octet();
+    if ((parameters & PID) != 0) { fields.pid = in.octet(); }
+    if ((parameters & DCS) != 0) { fields.dcs = in.octet(); }
+    const bool complete = (parameters & UDL) != 0 ? takeUserData(in, fields) : in.wholeAndUsedUp();
+    return complete && (fields.first & TP_MTI) == MTI_DELIVER;
+}
+
+Octets submitTpdu(const TpduFields &fields) {
+    Octets tpdu{fields.first, 0};
+    append(tpdu, fields.address);
+    tpdu.push_back(fields.pid);
+    tpdu.push_back(fields.dcs);
+    append(tpdu, fields.validity);
+    tpdu.push_back(fields.userDataLength);
+    append(tpdu, fields.userData);
+    return tpdu;
 }
 
 Octets deliverTpdu(const Submit &submit, OctetView originator, const NetworkTime &time) {
+    return deliverTpdu(submit, originator, timestamp(time));
+}
+
+Octets deliverTpdu(const Submit &submit, OctetView originator, OctetView time) {
     // cppcheck-suppress badBitmaskCheck ; the type is named though it is 0
     Octets tpdu{low8(MTI_DELIVER | TP_MMS | flag(submit.reportRequested, TP_SRI) |
                      flag(submit.headerPresent, TP_UDHI) | flag(submit.replyPath, TP_RP))};
     append(tpdu, originator);
     tpdu.push_back(submit.pid);
     tpdu.push_back(submit.dcs);
-    append(tpdu, timestamp(time));
+    append(tpdu, time);
     tpdu.push_back(submit.userDataLength);
     append(tpdu, submit.userData);
     return tpdu;
@@ -316,10 +369,20 @@ Octets alphanumericField(OctetView septets) {
     return field;
 }
 
+bool isInternational(std::uint8_t type) { return (type & TOA_TYPE) == TOA_INTERNATIONAL; }
+bool isAlphanumeric(std::uint8_t type) { return (type & TOA_TYPE) == TOA_ALPHANUMERIC; }
+
+Octets addressSeptets(OctetView field) {
+    OctetReader in(field);
+    const std::size_t semiOctetCount = in.octet();
+    in.octet(); // type of address
+    return unpackSeptets(in.octets((semiOctetCount + 1) / 2), semiOctetCount * 4 / 7);
+}
+
 std::string addressDigits(OctetView field) {
     OctetReader in(field);
     const std::size_t count = in.octet();
-    if ((in.octet() & TOA_TYPE) == TOA_ALPHANUMERIC) { return {}; }
+    if (isAlphanumeric(in.octet())) { return {}; }
     static constexpr std::string_view DIGITS = "0123456789*#abc";
     std::string digits;
     for (const std::uint8_t octet : in.octets((count + 1) / 2)) {
@@ -353,13 +416,5 @@ std::optional<int> messageClass(std::uint8_t dcs) {
 }
 
 bool isStoredIndication(std::uint8_t dcs) { return dcs >> 4 == 0xD || dcs >> 4 == 0xE; }
-
-std::uint8_t deliverCoding(OctetView tpdu) {
-    OctetReader in(tpdu);
-    in.octet();
-    in.address();
-    in.octet(); // TP-PID
-    return in.octet();
-}
 
 } // namespace smspb::simmodem

@@ -47,11 +47,38 @@ struct Submit {
 // a service-centre address and exactly `tpduLength` octets behind it.
 std::optional<Pdu> pduFromText(std::string_view text, std::size_t tpduLength);
 
+// Octets from hexadecimal digits; blanks and line ends mean nothing. Nothing for other characters
+// and half an octet.
+std::optional<Octets> octetsFromHex(std::string_view text);
+
+// The fields of a TPDU where they stand in its octets. A type without a field has it empty or 0.
+struct TpduFields {
+    TpduType type = TpduType::deliver;
+    std::uint8_t first = 0;     // TP-MTI and the flags
+    std::uint8_t reference = 0; // TP-MR
+    OctetView address;          // TP-OA, TP-DA or TP-RA
+    std::uint8_t pid = 0, dcs = 0;
+    OctetView validity;             // TP-VP: none, 1 or 7 octets
+    OctetView timestamp, discharge; // TP-SCTS, TP-DT
+    std::uint8_t status = 0;        // TP-ST
+    std::uint8_t userDataLength = 0;
+    OctetView userData;
+
+    bool hasHeader() const;  // TP-UDHI
+    bool hasSeptets() const; // the user data is nothing but characters of the GSM alphabet
+};
+
+// Nothing for octets that are no whole TPDU of one of the types.
+std::optional<TpduFields> fieldsOf(OctetView tpdu);
+
 // Nothing for another type, or when the fields do not add up to the octets.
 std::optional<Submit> submitFromTpdu(OctetView tpdu);
 
 // True when the octets are a whole TPDU of that type.
 bool isTpdu(TpduType type, OctetView tpdu);
+
+// True for a whole SMS-DELIVER-REPORT (TS 23.040, 9.2.2.1a), of an error or without one.
+bool isDeliverReport(OctetView tpdu, bool ofError);
 
 // TP-SCTS (TS 23.040, 9.2.3.11): the clock as it stands somewhere, and how far that is from GMT.
 struct NetworkTime {
@@ -62,8 +89,18 @@ struct NetworkTime {
 };
 Octets timestamp(const NetworkTime &time);
 
+// Both ways: "yy/MM/dd,hh:mm:ss+zz" (TS 27.005, 3.1, <dt>), the zone in quarter hours, and the
+// seven octets of it. An octet that is no number shows as "??"; a text that is no time gives
+// nothing.
+std::string timestampText(OctetView timestamp);
+std::optional<Octets> timestampFromText(std::string_view text);
+
+// The SUBMIT of these fields; TP-MR is 0.
+Octets submitTpdu(const TpduFields &fields);
+
 // The DELIVER that `submit` becomes, from `originator` (an address field) at `time`.
 Octets deliverTpdu(const Submit &submit, OctetView originator, const NetworkTime &time);
+Octets deliverTpdu(const Submit &submit, OctetView originator, OctetView time);
 
 // The report that what was sent to `destination` (an address field) under `reference` came to an
 // end at `time`. `status` is TP-ST (9.2.3.15): 0 for received.
@@ -80,6 +117,13 @@ Octets alphanumericField(OctetView septets);
 // The digits of an address field; empty for an alphanumeric one.
 std::string addressDigits(OctetView field);
 
+// The septets of the name in an alphanumeric address field.
+Octets addressSeptets(OctetView field);
+
+// Type-of-address octets (TS 24.011, 8.2.5.2).
+bool isInternational(std::uint8_t type);
+bool isAlphanumeric(std::uint8_t type);
+
 // The service-centre part of a PDU text: the length counts octets here, not digits.
 Octets serviceCentreField(std::string_view number);
 
@@ -89,10 +133,10 @@ bool isNumber(std::string_view text);
 // TP-DCS (TS 23.038, 4): the message class, nothing without one.
 std::optional<int> messageClass(std::uint8_t dcs);
 
+// True when TP-UDL counts septets of the GSM alphabet, false when it counts octets.
+bool countsSeptets(std::uint8_t dcs);
+
 // A message-waiting indication that is to be stored (TS 23.038, 4: groups 1101 and 1110).
 bool isStoredIndication(std::uint8_t dcs);
-
-// TP-DCS of a DELIVER; 0 for octets that are none.
-std::uint8_t deliverCoding(OctetView tpdu);
 
 } // namespace smspb::simmodem

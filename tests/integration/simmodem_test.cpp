@@ -44,7 +44,15 @@ const std::string OWN = "0B915155001000F0";    // TP-DA or TP-OA +15550001000
 const std::string OTHER = "0B915155002000F0";  // +15550002000
 const std::string CENTRE = "07915155000090F9"; // the service centre +15550000099
 const std::string HELLO = "0005E8329BFD06";    // TP-DCS 0, TP-UDL 5, "hello" in septets
-const std::string TIME = "<time>";             // stands for any TP-SCTS
+
+// What stands for any TP-SCTS, and for the same as text.
+struct AnyTime {
+    std::string name;
+    std::size_t length;
+};
+const std::array<AnyTime, 2> ANY_TIMES = {
+    {{"<time>", 14}, {"<when>", 20}}
+};
 
 // SUBMIT without service centre and validity, TP-PID 0; 18 octets when the body is HELLO.
 std::string submit(const std::string &destination, const std::string &body,
@@ -54,10 +62,14 @@ std::string submit(const std::string &destination, const std::string &body,
 
 // Puts "<time>" in the place of each time stamp, so that replies can be compared.
 std::string withoutTimes(const std::string &expected, std::string actual) {
-    static constexpr std::size_t DIGITS = 14;
-    for (std::size_t at = expected.find(TIME); at != std::string::npos;
-         at = expected.find(TIME, at + 1)) {
-        if (at + DIGITS <= actual.size()) { actual.replace(at, DIGITS, TIME); }
+    for (std::size_t at = expected.find('<'); at != std::string::npos;
+         at = expected.find('<', at + 1)) {
+        for (const AnyTime &any : ANY_TIMES) {
+            const bool isHere = expected.compare(at, any.name.size(), any.name) == 0;
+            if (isHere && at + any.length <= actual.size()) {
+                actual.replace(at, any.length, any.name);
+            }
+        }
     }
     return actual;
 }
@@ -81,48 +93,54 @@ template <typename Row> std::string nameOf(const ::testing::TestParamInfo<Row> &
     return info.param.name;
 }
 
-// ---- conversations from tests/vectors/at_dialogues.txt ----
+// ---- conversations from tests/vectors/at_dialogues*.txt ----
 
 struct Step {
-    std::string send, reply;        // to the last character; the reply may hold "<time>"
+    std::string send, reply;        // to the last character; the reply may hold any time
     std::vector<std::string> event; // instead of what is sent
 };
 
 struct Script {
-    std::string sentence;
-    int line = 0; // of the file
+    std::string sentence, place; // the file and its line
     std::vector<std::string> options;
     std::vector<Step> steps;
 };
 
 void PrintTo(const Script &script, std::ostream *out) {
-    *out << "at_dialogues.txt:" << script.line << " [" << script.sentence << "]";
+    *out << script.place << " [" << script.sentence << "]";
 }
 
-class DialogueFile {
+class Dialogues {
 public:
-    DialogueFile() {
-        std::ifstream in(SMSPB_VECTORS_DIR "/at_dialogues.txt");
-        int number = 0;
-        for (std::string line; std::getline(in, line);) {
-            number++;
-            if (line.empty() || line.front() == '#') { continue; }
-            if (!takeLine(line, number)) {
-                std::fprintf(stderr, "at_dialogues.txt:%d: not understood: %s\n", number,
-                             line.c_str());
-                std::exit(2);
-            }
-        }
+    explicit Dialogues(const std::vector<std::string> &files) {
+        for (const std::string &file : files) { read(file); }
     }
 
     std::vector<Script> scripts;
 
 private:
-    bool takeLine(const std::string &line, int number) {
+    void read(const std::string &file) {
+        std::ifstream in(SMSPB_VECTORS_DIR "/" + file);
+        int number = 0;
+        for (std::string line; std::getline(in, line);) {
+            const std::string place = file + ":" + std::to_string(++number);
+            if (line.empty() || line.front() == '#') { continue; }
+            if (!takeLine(line, place)) {
+                std::fprintf(stderr, "%s: not understood: %s\n", place.c_str(), line.c_str());
+                std::exit(2);
+            }
+        }
+        if (number == 0) {
+            std::fprintf(stderr, "%s: cannot be read\n", file.c_str());
+            std::exit(2);
+        }
+    }
+
+    bool takeLine(const std::string &line, const std::string &place) {
         const std::string text = line.size() > 2 ? expanded(line.substr(2)) : "";
         if (line.starts_with("let ")) { return takeDefinition(line.substr(4)); }
         if (line.front() == '[') {
-            scripts.push_back({line.substr(1, line.rfind(']') - 1), number, {}, {}});
+            scripts.push_back({line.substr(1, line.rfind(']') - 1), place, {}, {}});
             return true;
         }
         if (scripts.empty()) { return false; }
@@ -249,7 +267,10 @@ TEST_P(AtDialogue, Runs) {
     EXPECT_EQ(modem.readReply(), OK);
 }
 
-INSTANTIATE_TEST_SUITE_P(Vectors, AtDialogue, ::testing::ValuesIn(DialogueFile().scripts),
+INSTANTIATE_TEST_SUITE_P(Vectors, AtDialogue,
+                         ::testing::ValuesIn(Dialogues({"at_dialogues.txt", "at_dialogues_text.txt",
+                                                        "at_dialogues_delivery.txt"})
+                                                 .scripts),
                          sentenceName);
 
 // ---- the line ----
@@ -417,7 +438,8 @@ TEST_P(Timestamps, AreLocalTimeWithItsZone) {
     Quiet modem({}, GetParam().tz);
     const std::time_t before = std::time(nullptr);
     ASSERT_EQ(modem.send(HELLO_SELF), sent(1));
-    const std::time_t after = std::time(nullptr);
+    // std::time() may be a tick behind the clock that the modem asks.
+    const auto after = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     const std::string reply = modem.ask("AT+CMGR=1");
     const std::size_t at = reply.find(OWN + "0000");
     ASSERT_NE(at, std::string::npos) << reply;
@@ -447,6 +469,28 @@ TEST(Messages, UnsolicitedLinesNeverStandInAPromptOrReply) {
     modem.write(HELLO_OTHER);
     const std::string expected = lines({"+CSQ: 21,99", "+CMGS: 3", "OK", "+CMTI: \"SM\",1"});
     EXPECT_EQ(modem.readTo(expected), expected);
+}
+
+TEST(Messages, WhatMode0CannotKeepBackWaitsInTheNetwork) {
+    constexpr std::size_t KEPT = 100;
+    constexpr std::size_t SENT = KEPT + 5;
+    Quiet modem;
+    modem.ask("AT+CNMI=0,2");
+    for (std::size_t i = 1; i <= SENT; i++) {
+        ASSERT_EQ(modem.send(HELLO_SELF), sent(static_cast<int>(i)));
+    }
+    modem.write("AT+CNMI=2,2\r");
+    const std::string line = lines({"+CMT: ,24"});
+    std::size_t count = 0;
+    modem.readUntil([&](const std::string &text) {
+        count = 0;
+        for (std::size_t at = text.find(line); at != std::string::npos;
+             at = text.find(line, at + 1)) {
+            count++;
+        }
+        return count == SENT && text.ends_with("\r\n");
+    });
+    EXPECT_EQ(count, SENT);
 }
 
 // ---- faults that leave no reply ----

@@ -163,13 +163,34 @@ std::optional<Stored> readPlace(u32 index, std::optional<ModemError> &refused) {
     return storedFrom(reply, index);
 }
 
-// Indexes begin with 0 or 1, as the modem likes it. Stops when everything that is held was found.
+// The places that are used beyond `last`, from a modem that tells them: "+CMGD: (1,4,7-9),(0-4)".
+std::vector<u32> usedPlacesBeyond(u32 last) {
+    static constexpr std::string_view KEY = "+CMGD: (";
+    const std::string reply = run("AT+CMGD=?", "list the places that are used");
+    const std::size_t start = reply.find(KEY);
+    const std::size_t end = reply.find(')');
+    if (start == reply.npos || end == reply.npos || end < start + KEY.size()) { return {}; }
+    std::vector<u32> places;
+    try {
+        places = parseIndexes(reply.substr(start + KEY.size(), end - start - KEY.size()));
+    } catch (const Failure &) { return {}; } // none, or in a form of its own
+    std::erase_if(places, [last](u32 place) { return place <= last; });
+    return places;
+}
+
+// Indexes begin with 0 or 1, as the modem likes it; with gaps they go beyond the number of places.
+// Stops when everything that is held was found.
 std::vector<Stored> readAll(const Console &console, Counts counts) {
     std::vector<Stored> found;
     std::optional<ModemError> refused;
     for (u32 index = 0; index <= counts.total && found.size() < counts.used; index++) {
         console.progress(fmt::format("reading, {} of {}", found.size(), counts.used));
         if (auto stored = readPlace(index, refused)) { found.push_back(*std::move(stored)); }
+    }
+    if (found.size() < counts.used) {
+        for (const u32 index : usedPlacesBeyond(counts.total)) {
+            if (auto stored = readPlace(index, refused)) { found.push_back(*std::move(stored)); }
+        }
     }
     console.progress("");
     if (found.empty() && counts.used != 0 && refused && !meansEmpty(*refused)) {

@@ -419,6 +419,16 @@ TEST_F(ToolWithModem, TheInboxIsATableWithOneLineForEachMessage) {
     EXPECT_TRUE(contains(run({"inbox"}).out, "\n1      read    ")) << "read by the first inbox";
 }
 
+TEST_F(ToolWithModem, TheInboxFindsWhatStandsBehindTheNumberOfPlaces) {
+    start({"--sm-size", "5", "--index-base", "0", "--index-step", "10"});
+    for (const char *const text : {"one", "two", "three"}) { sendToSelf(text); }
+    EXPECT_EQ(inboxTexts(), (Texts{"one", "two", "three"}));
+    EXPECT_EQ(json({"inbox"})["messages"][2]["indexes"], Json({20}));
+    EXPECT_EQ(run({"delete", "0", "20"}).code, OK);
+    EXPECT_EQ(inboxTexts(), Texts{"two"});
+    EXPECT_EQ(run({"inbox"}).err, "");
+}
+
 TEST_F(ToolWithModem, AnEmptyInboxSaysSo) {
     EXPECT_EQ(run({"inbox"}).out, "0 messages in SM, 0 of 50 places used\n");
     EXPECT_EQ(json({

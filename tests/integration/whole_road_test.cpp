@@ -182,6 +182,60 @@ TEST_F(WholeRoad, DeletingByIdTakesOneMessageOutOfTheModemsOwnMemory) {
     EXPECT_EQ(stored.text, u"kept");
 }
 
+// Where the modem's places are: the first index, and the distance of the others.
+struct Indexes {
+    const char *name;
+    u32 base, step;
+
+    u32 at(u32 place) const { return base + place * step; }
+};
+
+class OddIndexes : public WholeRoad, public testing::WithParamInterface<Indexes> {
+protected:
+    void startWithIndexes() {
+        start({"--index-base", std::to_string(GetParam().base), "--index-step",
+               std::to_string(GetParam().step)});
+    }
+
+    static std::u16string readText(u32 index) {
+        Stored stored;
+        return read(index, &stored) == SMS_OK ? stored.text : u"none";
+    }
+};
+
+TEST_P(OddIndexes, ALongTextIsReadBackFromWhereItIsAnnounced) {
+    startWithIndexes();
+    ASSERT_EQ(InitSMS(), SMS_OK);
+    const std::u16string text = longText(400);
+    u8 sent = 0;
+    ASSERT_EQ(send(text, &sent), SMS_OK);
+    std::u16string joined;
+    for (u32 place = 0; place < sent; place++) { joined += readText(GetParam().at(place)); }
+    EXPECT_EQ(joined, text);
+    Stored stored;
+    EXPECT_EQ(read(GetParam().at(sent), &stored), SMS_MODEM_ERROR) << "empty";
+    if (GetParam().step > 1) { EXPECT_EQ(read(GetParam().at(0) + 1, &stored), SMS_MODEM_ERROR); }
+    if (GetParam().base > 0) { EXPECT_EQ(read(0, &stored), SMS_MODEM_ERROR); }
+}
+
+TEST_P(OddIndexes, WhatIsSavedIsFoundAndDeletedByTheIndexesThatTheModemGave) {
+    startWithIndexes();
+    ASSERT_EQ(setReceiveMemStore(SMS_STORAGE_ME), SMS_OK);
+    u32 indexes[3] = {UNSET, UNSET, UNSET};
+    const std::u16string text = longText(400);
+    ASSERT_EQ(SaveSMS(number(u"123").data(), units(text).data(), 2, indexes, NO_TIME), SMS_OK);
+    for (u32 place = 0; place < 3; place++) { EXPECT_EQ(indexes[place], GetParam().at(place)); }
+    EXPECT_EQ(deleteSMSByID(indexes[1]), SMS_OK);
+    EXPECT_EQ(readText(indexes[1]), u"none");
+    EXPECT_EQ(readText(indexes[0]) + readText(indexes[2]), text.substr(0, 153) + text.substr(306));
+    EXPECT_EQ(deleteSMSByID(GetParam().at(100)), SMS_MODEM_ERROR) << "behind the last place";
+}
+
+INSTANTIATE_TEST_SUITE_P(Schemes, OddIndexes,
+                         testing::Values(Indexes{"FromZero", 0, 1}, Indexes{"EveryThird", 1, 3},
+                                         Indexes{"EverySeventhFromZero", 0, 7}),
+                         [](const auto &scheme) { return std::string(scheme.param.name); });
+
 TEST_F(WholeRoad, TheServiceCentreIsReadOnceAndSet) {
     start({"--smsc", "+4912345678"});
     u16 address[21];

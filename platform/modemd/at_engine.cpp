@@ -46,8 +46,8 @@ std::string printable(std::string_view octets) {
 }
 
 void traceTraffic(const char *direction, std::string_view octets) {
-    if (spdlog::should_log(spdlog::level::debug)) {
-        spdlog::debug("{} {}", direction, printable(octets));
+    if (spdlog::should_log(spdlog::level::trace)) {
+        spdlog::trace("{} {}", direction, printable(octets));
     }
 }
 
@@ -63,11 +63,20 @@ bool isPlainText(std::string_view line) {
 
 } // namespace
 
-AtEngine::AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport)
+AtEngine::AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport,
+                   OnSilence onSilence)
     : loop_(loop), tty_(loop, std::move(path), baud,
                         {[this](std::string_view octets) { onOctets(octets); },
                          [this](const std::string &why) { onLost(why); }}),
-      onReport_(std::move(onReport)), timer_(loop), reopen_(loop) {}
+      onReport_(std::move(onReport)), onSilence_(std::move(onSilence)), step_(loop),
+      deadline_(loop), reopen_(loop) {}
+
+const char *AtEngine::state() const {
+    if (state_ == State::CLOSED) { return "closed"; }
+    if (isSilent_) { return "silent"; }
+    if (settingUp_) { return "being set up"; }
+    return state_ == State::SYNCHRONISING ? "getting in step" : "in step";
+}
 
 void AtEngine::start() {
     try {
@@ -78,12 +87,27 @@ void AtEngine::start() {
 }
 
 void AtEngine::run(Command command, OnReply onReply) {
+    callersDeadline_ = Alarm::Clock::now() + command.wait;
     if (settingUp_) {
         waiting_ = Exchange{std::move(command), std::move(onReply)};
-        return;
+    } else {
+        exchange_ = Exchange{std::move(command), std::move(onReply)};
+        startExchange();
     }
-    exchange_ = Exchange{std::move(command), std::move(onReply)};
-    startExchange();
+    const bool mustWait = waiting_ || (exchange_ && state_ != State::RUNNING);
+    if (mustWait) {
+        deadline_.set(callersDeadline_, [this] { onTooLate(); });
+    }
+}
+
+// The caller's command, which could not even be sent; getting in step, or setting up, goes on.
+void AtEngine::onTooLate() {
+    std::optional<Exchange> &late = settingUp_ ? waiting_ : exchange_;
+    if (!late || (!settingUp_ && state_ == State::RUNNING)) { return; }
+    spdlog::info("not in step with the modem within {} ms", late->command.wait.count());
+    Exchange exchange = std::move(*late);
+    late.reset();
+    give(std::move(exchange.onReply), {Ending::SILENCE, {}});
 }
 
 void AtEngine::startExchange() {
@@ -104,9 +128,10 @@ void AtEngine::stop() {
     if (owed_ > 0) { tty_.writeNow(ESCAPE); }
     tty_.close();
     state_ = State::CLOSED;
-    disarm();
-    reopen_.cancel();
     failAll();
+    step_.stop();
+    deadline_.stop();
+    reopen_.stop();
 }
 
 bool AtEngine::open() {
@@ -120,9 +145,15 @@ bool AtEngine::open() {
 }
 
 void AtEngine::openOnce() {
-    reopen_.cancel();
-    tty_.open();
+    reopen_.clear();
+    try {
+        tty_.open();
+    } catch (const InUse &error) {
+        holder_ = error.holder;
+        throw;
+    }
     trouble_.clear();
+    holder_.clear();
     spdlog::info("{} is open", tty_.path());
     lines_ = {};
     reports_ = {};
@@ -142,10 +173,14 @@ void AtEngine::onTrouble(const std::string &trouble) {
 
 void AtEngine::onLost(const std::string &why) {
     spdlog::error("{} is lost: {}", tty_.path(), why);
-    disarm();
+    step_.clear();
     dropReport();
     state_ = State::CLOSED;
-    if (!std::exchange(wasLost_, true)) { onReport_(MODEM_LOST); }
+    setSilent(false); // who asks now fails at once
+    if (!std::exchange(wasLost_, true)) {
+        happenings_.lost++;
+        onReport_(MODEM_LOST);
+    }
     failAll();
     retryLater();
 }
@@ -162,9 +197,9 @@ void AtEngine::failAll() {
 }
 
 void AtEngine::retryLater() {
-    reopen_.expires_after(REOPEN_INTERVAL);
-    reopen_.async_wait([this](asio::error_code error) {
-        if (!error && !stopped_ && state_ == State::CLOSED) { open(); }
+    if (stopped_) { return; }
+    reopen_.set(Alarm::Clock::now() + REOPEN_INTERVAL, [this] {
+        if (state_ == State::CLOSED) { open(); }
     });
 }
 
@@ -193,22 +228,33 @@ void AtEngine::onProbeTimeout() {
         probe(true);
         return;
     }
-    spdlog::error("the modem on {} does not answer", tty_.path());
-    state_ = State::OUT_OF_STEP;
-    if (exchange_) { finish(Ending::SILENCE); }
+    if (!isSilent_) { spdlog::error("the modem on {} does not answer", tty_.path()); }
+    setSilent(true);
+    if (exchange_) {
+        probe(true); // as long as somebody waits
+    } else {
+        state_ = State::OUT_OF_STEP;
+    }
+}
+
+void AtEngine::setSilent(bool isSilent) {
+    if (std::exchange(isSilent_, isSilent) != isSilent && onSilence_) { onSilence_(isSilent); }
 }
 
 void AtEngine::onSettled() {
-    disarm();
+    step_.clear();
     spdlog::debug("in step with the modem");
-    if (lateLines_ > 0) { spdlog::warn("{} late lines of the modem dropped", lateLines_); }
-    lateLines_ = 0;
+    const std::uint64_t lateLines = happenings_.lateLines - lateLinesLogged_;
+    if (lateLines > 0) { spdlog::warn("{} late lines of the modem dropped", lateLines); }
+    lateLinesLogged_ = happenings_.lateLines;
+    setSilent(false);
     owed_ = 0;
     state_ = State::READY;
     if (std::exchange(wasLost_, false)) {
         const std::vector<std::string> commands = settings_.commands();
         setUp_.assign(commands.begin(), commands.end());
         waiting_ = std::exchange(exchange_, std::nullopt);
+        happenings_.back++;
         onReport_(MODEM_BACK);
         setUpNext();
     } else if (exchange_) {
@@ -245,7 +291,12 @@ void AtEngine::begin() {
     lineIsOlder_ = lines_.inLine();
     reply_ = ReplyCollector(exchange_->command.text, exchange_->command.markers);
     send(exchange_->command.text);
-    arm(exchange_->command.wait, &AtEngine::onReplyTimeout);
+    if (settingUp_) {
+        arm(SET_UP_WAIT, &AtEngine::onReplyTimeout);
+    } else {
+        deadline_.clear();
+        step_.set(callersDeadline_, [this] { onReplyTimeout(); });
+    }
 }
 
 void AtEngine::onReplyTimeout() {
@@ -259,25 +310,43 @@ void AtEngine::onReplyTimeout() {
     finish(Ending::SILENCE);
 }
 
-// The caller hears of it from the event loop, when the octets that came with the end are through.
 void AtEngine::finish(Ending ending) {
     const bool wasRunning = state_ == State::RUNNING;
-    Reply reply{ending, wasRunning ? reply_.text() : std::string()};
-    asio::post(loop_, [onReply = std::move(exchange_->onReply), reply = std::move(reply)] {
-        onReply(reply);
-    });
+    give(std::move(exchange_->onReply), {ending, wasRunning ? reply_.text() : std::string()});
     const Command command = std::move(exchange_->command);
     exchange_.reset();
     if (!wasRunning) { return; }
     const bool atWantedPrompt = ending == Ending::PROMPT && command.wantsPrompt;
     const bool mayBeAtPrompt =
         ending == Ending::PROMPT || mayPrompt(command) || lines_.isAtPrompt();
-    disarm();
+    step_.clear();
     state_ = State::READY;
     if (owed_ > 0 && !atWantedPrompt) { synchronise(mayBeAtPrompt, SETTLE_AFTER_TIMEOUT); }
 }
 
+// The caller hears of it from the event loop, when the octets that came with the end are through.
+void AtEngine::give(OnReply onReply, Reply reply) {
+    replies_.push_back({std::move(onReply), std::move(reply)});
+    if (takesOctets_ || replies_.size() > 1) { return; }
+    asio::post(loop_, [this] { handOutReplies(); });
+}
+
+void AtEngine::handOutReplies() {
+    while (!replies_.empty()) {
+        const Given given = std::move(replies_.front());
+        replies_.pop_front();
+        given.onReply(given.reply);
+    }
+}
+
 void AtEngine::onOctets(std::string_view octets) {
+    takesOctets_ = true;
+    takeOctets(octets);
+    takesOctets_ = false;
+    handOutReplies();
+}
+
+void AtEngine::takeOctets(std::string_view octets) {
     traceTraffic("<-", octets);
     for (const char octet : octets) {
         switch (lines_.put(octet)) {
@@ -323,10 +392,12 @@ void AtEngine::onReplyLine(std::string_view raw) {
 
 // Of a command that timed out, or the answer to the probe.
 void AtEngine::onLateLine(std::string_view line) {
-    spdlog::debug("late line dropped: {}", printable(line));
+    if (spdlog::should_log(spdlog::level::trace)) {
+        spdlog::trace("late line dropped: {}", printable(line));
+    }
     if (PROBE.starts_with(line)) { return; } // its echo
     if (!isFinalResult(line, reply_.sent())) {
-        lateLines_++;
+        happenings_.lateLines++;
         return;
     }
     owed_ = owed_ > 0 ? owed_ - 1 : 0;
@@ -390,17 +461,8 @@ void AtEngine::send(std::string_view octets) {
     tty_.write(octets);
 }
 
-// A wait that is over, but not yet handled, can no longer be cancelled: it is told by its number.
 void AtEngine::arm(milliseconds wait, void (AtEngine::*then)()) {
-    timer_.expires_after(wait);
-    timer_.async_wait([this, then, wait_number = ++waitNumber_](asio::error_code error) {
-        if (!error && wait_number == waitNumber_) { (this->*then)(); }
-    });
-}
-
-void AtEngine::disarm() {
-    waitNumber_++;
-    timer_.cancel();
+    step_.set(Alarm::Clock::now() + wait, [this, then] { (this->*then)(); });
 }
 
 } // namespace smspb::modemd

@@ -7,10 +7,13 @@
 //
 // A modem that comes back is set up as it was before anything else is sent to it, and both its
 // going and its coming are told as reports.
+//
+// The wait of a command begins when it is given, so getting in step and setting up are part of it.
 #ifndef SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
 #define SMSPB_PLATFORM_MODEMD_AT_ENGINE_H
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -19,8 +22,8 @@
 #include <vector>
 
 #include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 
+#include "platform/modemd/alarm.h"
 #include "platform/modemd/at_lines.h"
 #include "platform/modemd/settings_memory.h"
 #include "platform/modemd/tty.h"
@@ -48,23 +51,40 @@ struct Reply {
     std::string text; // as the modem gave it, without the echo
 };
 
+// What has happened since the start.
+struct Happenings {
+    std::uint64_t lateLines = 0; // dropped, final results aside
+    std::uint64_t lost = 0, back = 0;
+};
+
 class AtEngine {
 public:
     using OnReply = std::function<void(const Reply &)>;
     using OnReport = std::function<void(std::string_view lines)>; // each ended by "\r\n"
+    // Whether the modem leaves the manager's own question unanswered.
+    using OnSilence = std::function<void(bool isSilent)>;
 
-    AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport);
+    AtEngine(asio::io_context &loop, std::string path, unsigned baud, OnReport onReport,
+             OnSilence onSilence = {});
 
     // Opens the tty, and again and again while that fails or when it is lost. Throws NotATty when
     // the path names something else at this moment.
     void start();
 
-    // Runs a command; `onReply` is called from the event loop, once. The next command may be given
-    // when it has been. Without a tty it fails at once, after one attempt to open it.
+    // Runs a command; `onReply` is called from the event loop, once, at the end of the wait at the
+    // latest. The next command may be given when it has been. Without a tty it fails at once, after
+    // one attempt to open it.
     void run(Command command, OnReply onReply);
 
     // Leaves a prompt that is open, closes the tty and fails the command that runs.
     void stop();
+
+    const Tty &tty() const { return tty_; }
+    const char *state() const;
+    // Why the tty is not open, and who has it, as far as that is known.
+    const std::string &trouble() const { return trouble_; }
+    const std::string &holder() const { return holder_; }
+    const Happenings &happenings() const { return happenings_; }
 
 private:
     enum class State {
@@ -78,6 +98,10 @@ private:
         Command command;
         OnReply onReply;
     };
+    struct Given {
+        OnReply onReply;
+        Reply reply;
+    };
 
     bool open();
     void openOnce(); // throws
@@ -89,13 +113,17 @@ private:
     void probe(bool escape);
     void onProbeTimeout();
     void onSettled();
+    void setSilent(bool isSilent);
 
     void startExchange();
     void failAll();
     void setUpNext();
     void begin();
     void onReplyTimeout();
+    void onTooLate();
     void finish(Ending ending);
+    void give(OnReply onReply, Reply reply);
+    void handOutReplies();
 
     void onOctets(std::string_view octets);
     void onLine(std::string_view raw);
@@ -110,17 +138,21 @@ private:
 
     void send(std::string_view octets);
     void arm(std::chrono::milliseconds wait, void (AtEngine::*then)());
-    void disarm();
+    void takeOctets(std::string_view octets);
 
     asio::io_context &loop_;
     Tty tty_;
     OnReport onReport_;
-    asio::steady_timer timer_; // the deadline of what goes on
-    unsigned waitNumber_ = 0;
-    asio::steady_timer reopen_;
+    OnSilence onSilence_;
+    Alarm step_;     // the end of what goes on
+    Alarm deadline_; // of the caller's command, until it is sent
+    Alarm reopen_;
+    Alarm::Clock::time_point callersDeadline_;
     State state_ = State::CLOSED;
     bool stopped_ = false;
-    std::string trouble_; // why the tty could not be opened, as last logged
+    std::string trouble_; // as last logged
+    std::string holder_;
+    Happenings happenings_;
 
     LineAssembler lines_;
     ReportAssembler reports_;
@@ -133,8 +165,11 @@ private:
     bool wasLost_ = false;
     bool lineIsOlder_ = false; // the line under way began before the command was sent
     unsigned owed_ = 0;        // final results that the modem may still give
-    unsigned lateLines_ = 0;   // dropped, final results aside
+    std::uint64_t lateLinesLogged_ = 0;
     bool probedTwice_ = false;
+    bool isSilent_ = false;
+    std::deque<Given> replies_; // for the callers, from the event loop
+    bool takesOctets_ = false;
     std::chrono::milliseconds settle_{0};
 };
 

@@ -155,6 +155,13 @@ bool isFinalResult(std::string_view line, std::string_view command) {
            (isConnect(line) && isCallCommand(command));
 }
 
+bool endsInOk(std::string_view reply) {
+    const std::size_t end = reply.find_last_not_of("\r\n");
+    if (end == std::string_view::npos) { return false; }
+    const std::string_view text = reply.substr(0, end + 1);
+    return text.substr(text.find_last_of("\r\n") + 1) == "OK";
+}
+
 bool matchesMarker(std::string_view line, std::string_view marker) {
     return marker == "OK" || marker == "ERROR" ? line == marker : line.starts_with(marker);
 }

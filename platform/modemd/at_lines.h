@@ -29,6 +29,9 @@ bool isFinalResult(std::string_view line, std::string_view command);
 // A final result behind which nothing else of the reply can come, asked for or not.
 bool isErrorResult(std::string_view line, std::string_view command);
 
+// Whether the reply's last line is "OK".
+bool endsInOk(std::string_view reply);
+
 // Whether the caller's marker is this line: "OK" and "ERROR" are whole lines, other markers the
 // beginning of one.
 bool matchesMarker(std::string_view line, std::string_view marker);

@@ -1,5 +1,6 @@
 #include "platform/modemd/holder.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -49,25 +50,36 @@ std::optional<std::string> lockHolder(const struct stat &wanted) {
     return std::nullopt;
 }
 
-std::string named(const fs::path &process) {
-    std::string name;
-    std::getline(std::ifstream(process / "comm"), name);
-    return "process " + process.filename().string() + (name.empty() ? "" : " (" + name + ")");
+std::string named(const std::string &process) {
+    return describeProcess(static_cast<pid_t>(std::strtol(process.c_str(), nullptr, 10)));
 }
 
 } // namespace
+
+std::string programOf(pid_t process) {
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    for (char &c : name) {
+        if (c < ' ' || c > '~') { c = '?'; } // whatever the process calls itself
+    }
+    return name.empty() ? "gone" : name;
+}
+
+std::string describeProcess(pid_t process) {
+    return fmt::format("process {} ({})", process, programOf(process));
+}
 
 std::string holderOf(const std::string &path) {
     struct stat wanted {};
     std::error_code error;
     if (::stat(path.c_str(), &wanted) != 0) { return "another process"; }
-    if (const auto pid = lockHolder(wanted)) { return named(fs::path("/proc") / *pid); }
+    if (const auto pid = lockHolder(wanted)) { return named(*pid); }
     const std::string self = std::to_string(::getpid());
     for (fs::directory_iterator process("/proc", error), end; !error && process != end;
          process.increment(error)) {
         const fs::path &folder = process->path();
         if (folder.filename() != self && isProcess(folder) && hasOpen(folder, wanted)) {
-            return named(folder);
+            return named(folder.filename());
         }
     }
     return "another process";

@@ -39,7 +39,14 @@ void declare(CLI::App &app, Options *options) {
                    "Seconds that the file of a long reply is kept")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
-    app.add_flag("--verbose", options->verbose, "Log the AT traffic, message bodies included");
+    auto *level = app.add_option("--log-level", options->logLevel,
+                                 "Log failures (warn), what comes and goes (info), an account of "
+                                 "each request (debug), the AT traffic as well (trace)")
+                      ->check(CLI::IsMember(LOG_LEVELS))
+                      ->capture_default_str();
+    app.add_flag_callback("--verbose", [options] { options->logLevel = LOG_LEVELS.back(); })
+        ->description("The same as --log-level trace: message bodies and numbers included")
+        ->excludes(level);
     app.add_flag("--syslog", options->toSyslog, "Log to syslog, not to standard error");
     app.add_flag("--foreground")->description("Stay in the foreground, as it always does");
     app.set_version_flag("--version", std::string("smspb-modemd " SMSPB_VERSION));

@@ -6,6 +6,8 @@
 
 #include <spdlog/spdlog.h>
 
+#include "platform/modemd/at_lines.h"
+
 namespace smspb::modemd {
 namespace {
 
@@ -13,13 +15,6 @@ using std::chrono::milliseconds;
 
 constexpr char CTRL_Z = '\x1a';
 const std::vector<std::string> OK_MARKER = {"OK"}; // errors end a reply anyhow
-
-bool endsInOk(std::string_view reply) {
-    const std::size_t end = reply.find_last_not_of("\r\n");
-    if (end == std::string_view::npos) { return false; }
-    const std::string_view text = reply.substr(0, end + 1);
-    return text.substr(text.find_last_of("\r\n") + 1) == "OK";
-}
 
 Answer failureOf(const Reply &reply) {
     switch (reply.ending) {
@@ -34,14 +29,14 @@ Answer failureOf(const Reply &reply) {
 
 } // namespace
 
-void ModemService::carryOut(const Request &request, OnAnswer onAnswer) {
+void ModemService::carryOut(const Request &request, Clock::time_point arrival, OnAnswer onAnswer) {
     onAnswer_ = std::move(onAnswer);
     if (const auto *command = std::get_if<CommandRequest>(&request)) {
         runCommand(*command);
         return;
     }
     message_ = std::get<MessageRequest>(request);
-    deadline_ = Clock::now() + waits_.whole;
+    deadline_ = arrival + waits_.whole;
     selectPduMode();
 }
 

@@ -29,8 +29,10 @@ public:
     explicit ModemService(AtEngine &engine, const MessageWaits &waits = {})
         : engine_(engine), waits_(waits) {}
 
-    // One request at a time; `onAnswer` is called from the event loop.
-    void carryOut(const Request &request, OnAnswer onAnswer);
+    // One request at a time; `onAnswer` is called from the event loop. A message exchange has its
+    // time from the arrival of its request on.
+    void carryOut(const Request &request, std::chrono::steady_clock::time_point arrival,
+                  OnAnswer onAnswer);
 
 private:
     using Clock = std::chrono::steady_clock;

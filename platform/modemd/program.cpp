@@ -17,11 +17,14 @@
 #include <spdlog/spdlog.h>
 
 #include "platform/ipc/ipc_server.h"
+#include "platform/modemd/account.h"
+#include "platform/modemd/alarm.h"
 #include "platform/modemd/at_engine.h"
 #include "platform/modemd/ipc_face.h"
 #include "platform/modemd/modem_service.h"
 #include "platform/modemd/request_queue.h"
 #include "platform/modemd/service_manager.h"
+#include "platform/modemd/status.h"
 
 namespace smspb::modemd {
 namespace {
@@ -35,7 +38,7 @@ void openLog(const Options &options) {
         spdlog::set_default_logger(spdlog::stderr_color_st("smspb-modemd"));
         spdlog::set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$: %v");
     }
-    spdlog::set_level(options.verbose ? spdlog::level::debug : spdlog::level::info);
+    spdlog::set_level(spdlog::level::from_str(options.logLevel));
 }
 
 // Nothing for an empty name. A number that no group has is taken as it is.
@@ -50,43 +53,82 @@ std::optional<gid_t> groupNamed(const std::string &name) {
                              ": no group of that name; \"getent group\" lists them");
 }
 
+// The parts, joined. Each may be called by those below it.
+class Manager {
+public:
+    explicit Manager(const Options &options)
+        : face_(loop_, std::chrono::seconds(options.keepTransfers), ledger_),
+          engine_(
+              loop_, options.device, options.baud,
+              [this](std::string_view lines) { report(lines); },
+              [this](bool isSilent) { queue_.setModemSilent(isSilent); }),
+          service_(engine_),
+          queue_(
+              [this](const RequestQueue::Job &job, RequestQueue::OnAnswer onAnswer) {
+                  service_.carryOut(job.request, job.account.arrival, std::move(onAnswer));
+              },
+              [this](Clock::time_point at) {
+                  expiry_.set(at, [this] { queue_.expire(Clock::now()); });
+              }) {}
+
+    void begin() {
+        engine_.start();
+        face_.listen(queue_, [this] {
+            return statusDocument({SMSPB_VERSION, started_, engine_, queue_, ledger_});
+        });
+    }
+    void run() {
+        signals_.async_wait([this](asio::error_code, int number) { onSignal(number); });
+        loop_.run();
+    }
+
+private:
+    void report(std::string_view lines) {
+        if (notifyReport(lines)) { ledger_.countReport(); }
+    }
+
+    // The command that runs is finished first; who waits, or comes meanwhile, is turned away.
+    void onSignal(int number) {
+        spdlog::info("ending on signal {}", number);
+        tellServiceManager("STOPPING=1");
+        signals_.async_wait([this](asio::error_code error, int again) {
+            if (error) { return; }
+            spdlog::warn("ending on a second signal, {}: what runs is cut short", again);
+            end();
+        });
+        queue_.stop([this] { end(); });
+    }
+
+    void end() {
+        signals_.cancel();
+        face_.stop();
+        engine_.stop();
+        expiry_.stop();
+    }
+
+    const Clock::time_point started_ = Clock::now();
+    asio::io_context loop_{1};
+    Ledger ledger_;
+    Alarm expiry_{loop_}; // of those who wait in the queue
+    IpcFace face_;
+    AtEngine engine_;
+    ModemService service_;
+    RequestQueue queue_;
+    asio::signal_set signals_{loop_, SIGINT, SIGTERM, SIGHUP};
+};
+
 } // namespace
 
 void serve(const Options &options) {
     openLog(options);
     std::signal(SIGPIPE, SIG_IGN); // whoever reads our log or an answer may go at any time
     ipc::setRuntimeGroup(groupNamed(options.group));
-    asio::io_context loop(1);
-    IpcFace face(loop, std::chrono::seconds(options.keepTransfers));
-    AtEngine engine(loop, options.device, options.baud, notifyReport);
-    ModemService service(engine);
-    RequestQueue queue([&service](const Request &request, RequestQueue::OnAnswer onAnswer) {
-        service.carryOut(request, std::move(onAnswer));
-    });
-    engine.start();
-    face.listen(queue);
+    Manager manager(options);
+    manager.begin();
     std::puts("ready");
     std::fflush(stdout);
     tellServiceManager("READY=1");
-
-    // The command that runs is finished first; who waits, or comes meanwhile, is turned away.
-    asio::signal_set signals(loop, SIGINT, SIGTERM, SIGHUP);
-    const auto end = [&] {
-        signals.cancel();
-        face.stop();
-        engine.stop();
-    };
-    signals.async_wait([&](asio::error_code, int number) {
-        spdlog::info("ending on signal {}", number);
-        tellServiceManager("STOPPING=1");
-        signals.async_wait([&](asio::error_code error, int again) {
-            if (error) { return; }
-            spdlog::warn("ending on a second signal, {}: what runs is cut short", again);
-            end();
-        });
-        queue.stop(end);
-    });
-    loop.run();
+    manager.run();
 }
 
 } // namespace smspb::modemd

@@ -184,6 +184,57 @@ std::string_view commandName(std::string_view command) {
     return command.substr(0, isBasic ? 3 : command.find_first_of("=?; \r"));
 }
 
+std::string nameOf(const Request &request) {
+    if (const auto *command = std::get_if<CommandRequest>(&request)) {
+        return std::string(commandName(command->text));
+    }
+    return std::string(commandName(std::get<MessageRequest>(request).command));
+}
+
+std::string textOf(const Request &request) {
+    if (const auto *command = std::get_if<CommandRequest>(&request)) {
+        return command->text.substr(0, command->text.size() - 1);
+    }
+    const auto &message = std::get<MessageRequest>(request);
+    return message.command.substr(0, message.command.size() - 1) + " " + message.pdu;
+}
+
+Kind kindOf(u32 messageId) {
+    switch (messageId) {
+    case COMMAND_REQUEST: return Kind::COMMAND;
+    case SEND_REQUEST: return Kind::SEND;
+    case STORE_REQUEST: return Kind::STORE;
+    case STATUS_REQUEST: return Kind::STATUS;
+    default: return Kind::UNKNOWN;
+    }
+}
+
+const char *nameOf(Kind kind) {
+    switch (kind) {
+    case Kind::COMMAND: return "command";
+    case Kind::SEND: return "send";
+    case Kind::STORE: return "store";
+    case Kind::STATUS: return "status";
+    case Kind::UNKNOWN: break;
+    }
+    return "unknown";
+}
+
+const char *describe(Result result) {
+    switch (result) {
+    case Result::CARRIED_OUT: return "carried out";
+    case Result::MALFORMED: return "malformed request";
+    case Result::NO_MODEM: return "no modem";
+    case Result::NO_ANSWER: return "no final result in time";
+    case Result::NO_PROMPT: return "no prompt, or one that only send and store requests can answer";
+    case Result::TOO_LONG: return "reply too long";
+    case Result::TOO_MANY: return "too many requests wait";
+    case Result::NO_TRANSFER: return "no transfer file";
+    case Result::SHUTTING_DOWN: return "shutting down";
+    }
+    return "unknown result";
+}
+
 Request parseRequest(u32 messageId, std::span<const std::byte> record) {
     if (record.size() > RECORD_OCTETS_MAX) {
         throw MalformedRequest(fmt::format("the record has {} octets; at most {} are taken",
@@ -196,9 +247,9 @@ Request parseRequest(u32 messageId, std::span<const std::byte> record) {
     default:
         throw MalformedRequest(fmt::format("message id 0x{:08x} is no request of the modem "
                                            "manager: 0x{:08x} runs a command, 0x{:08x} sends, "
-                                           "0x{:08x} stores",
-                                           messageId, COMMAND_REQUEST, SEND_REQUEST,
-                                           STORE_REQUEST));
+                                           "0x{:08x} stores, 0x{:08x} asks for the status",
+                                           messageId, COMMAND_REQUEST, SEND_REQUEST, STORE_REQUEST,
+                                           STATUS_REQUEST));
     }
 }
 

@@ -20,7 +20,13 @@ inline constexpr u32 MODEM_MANAGER_ID = 1; // IPC destination
 inline constexpr u32 COMMAND_REQUEST = 0x1040008f;
 inline constexpr u32 SEND_REQUEST = 0x104000af;
 inline constexpr u32 STORE_REQUEST = 0x104000b1;
+inline constexpr u32 STATUS_REQUEST = 0x1040f001;      // answered by the manager, no record
 inline constexpr u32 REPORT_NOTIFICATION = 0x10400090; // payload: unsolicited lines
+
+enum class Kind { COMMAND, SEND, STORE, STATUS, UNKNOWN };
+inline constexpr std::size_t KIND_COUNT = 5;
+Kind kindOf(u32 messageId);
+const char *nameOf(Kind kind);
 
 inline constexpr std::size_t RECORD_OCTETS_MAX = 1025; // of a request and of a response
 inline constexpr std::size_t RESPONSE_HEADER_OCTETS = 12;
@@ -38,6 +44,8 @@ enum class Result : u32 {
     NO_TRANSFER = 7,   // the transfer file could not be written
     SHUTTING_DOWN = 8, // the manager ends
 };
+inline constexpr std::size_t RESULT_COUNT = 9;
+const char *describe(Result result);
 
 // An AT command, its "\r" included, and the line beginnings that end its reply.
 struct CommandRequest {
@@ -73,7 +81,11 @@ std::size_t tpduOctets(std::string_view pdu);
 
 // The command's name for the log, without the parameters that may hold numbers and texts.
 std::string_view commandName(std::string_view command);
+std::string nameOf(const Request &request);
+// All of it, for a log that may hold texts.
+std::string textOf(const Request &request);
 
+// A reply of any length, as long as its asker has the room.
 std::vector<std::byte> inlineResponse(Result result, std::string_view reply);
 std::vector<std::byte> transferResponse(std::string_view path);
 

@@ -58,7 +58,7 @@ bool isPty(int fd) {
 void claim(int fd, const std::string &path) {
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) { fail("lock", path); }
-        throw std::runtime_error(path + " is in use by " + holderOf(path));
+        throw InUse(path, holderOf(path));
     }
     if (!isPty(fd) && ::ioctl(fd, TIOCEXCL) != 0) { fail("claim", path); }
 }
@@ -86,9 +86,7 @@ void Tty::open() {
     Descriptor fd(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (fd.get() < 0) {
         if (errno == EISDIR) { throw NotATty(path_ + " is a directory, not a tty"); }
-        if (errno == EBUSY) {
-            throw std::runtime_error(path_ + " is in use by " + holderOf(path_));
-        }
+        if (errno == EBUSY) { throw InUse(path_, holderOf(path_)); }
         fail("open", path_);
     }
     if (::isatty(fd.get()) == 0) {

@@ -19,6 +19,13 @@ struct NotATty : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Another process has it.
+struct InUse : std::runtime_error {
+    InUse(const std::string &path, const std::string &by)
+        : std::runtime_error(path + " is in use by " + by), holder(by) {}
+    std::string holder;
+};
+
 class Tty {
 public:
     struct Events {
@@ -34,6 +41,7 @@ public:
     void close();
     bool isOpen() const { return port_.is_open(); }
     const std::string &path() const { return path_; }
+    unsigned baud() const { return baud_; }
 
     // Queues octets behind those that are not out yet.
     void write(std::string_view octets);

@@ -3,12 +3,14 @@
 // 'm' a message that someone sends, 't' and an octet lets that many times 64 ms pass, 'x' takes the
 // tty away; anything else is what the modem says.
 #include <chrono>
+#include <memory>
 #include <utility>
 
 #include <asio/io_context.hpp>
 #include <spdlog/spdlog.h>
 
 #include "fuzz.h"
+#include "platform/modemd/alarm.h"
 #include "platform/modemd/at_engine.h"
 #include "platform/modemd/modem_service.h"
 #include "platform/modemd/request_queue.h"
@@ -50,11 +52,17 @@ namespace {
 class Manager {
 public:
     Manager()
-        : engine_(loop_, "modem", 115200, [](std::string_view lines) { checkReport(lines); }),
+        : engine_(
+              loop_, "modem", 115200, [](std::string_view lines) { checkReport(lines); },
+              [this](bool isSilent) { queue_.setModemSilent(isSilent); }),
           service_(engine_),
-          queue_([this](const Request &request, RequestQueue::OnAnswer onAnswer) {
-              service_.carryOut(request, std::move(onAnswer));
-          }) {
+          queue_(
+              [this](const RequestQueue::Job &job, RequestQueue::OnAnswer onAnswer) {
+                  service_.carryOut(job.request, job.account.arrival, std::move(onAnswer));
+              },
+              [this](steady_clock::time_point at) {
+                  expiry_.set(at, [this] { queue_.expire(steady_clock::now()); });
+              }) {
         engine_.start();
         turn();
     }
@@ -81,11 +89,41 @@ public:
     void end() {
         queue_.stop();
         engine_.stop();
+        expiry_.stop();
         turn();
         fuzz::require(asked_ == answered_, "every request is answered once");
     }
 
 private:
+    class Caller : public RequestQueue::Caller {
+    public:
+        explicit Caller(Manager &manager) : manager_(manager) {}
+        bool isWaiting() const override { return true; }
+        void answer(const Account &account, const Answer &answer) override {
+            manager_.answered_++;
+            fuzz::require(answer.text.size() <= REPLY_OCTETS_MAX, "a bounded reply");
+            fuzz::require(answer.text.find('\0') == std::string::npos, "a reply holds no zero");
+            checkTimes(account);
+        }
+        void drop(const Account &) override { fuzz::require(false, "nobody hung up"); }
+
+    private:
+        Manager &manager_;
+    };
+
+    // The clock stands still but for the steps of an input, the longest of which is the most that
+    // an end can be late.
+    static void checkTimes(const Account &account) {
+        constexpr milliseconds LONGEST_STEP{64 * 255};
+        const auto now = steady_clock::now();
+        const auto begin = account.begin.value_or(now);
+        fuzz::require(begin - account.arrival <= RequestQueue::TURN_WAIT_MAX + LONGEST_STEP,
+                      "nobody waits for his turn for ever");
+        fuzz::require(now - account.arrival <=
+                          RequestQueue::TURN_WAIT_MAX + milliseconds(34000) + 2 * LONGEST_STEP,
+                      "nobody waits for an answer for ever");
+    }
+
     static void checkReport(std::string_view lines) {
         fuzz::require(lines.size() > 2 && lines.ends_with("\r\n"), "a report is whole lines");
         fuzz::require(lines.size() <= 2 * LINE_OCTETS_MAX + 8, "a report is bounded");
@@ -93,14 +131,10 @@ private:
     }
 
     void add(Request request) {
+        Account account;
+        account.asker.process = asked_ % 3; // so that some have all their places
         asked_++;
-        queue_.add({std::move(request), [] { return true; },
-                    [this](const Answer &answer) {
-                        answered_++;
-                        fuzz::require(answer.text.size() <= REPLY_OCTETS_MAX, "a bounded reply");
-                        fuzz::require(answer.text.find('\0') == std::string::npos,
-                                      "a reply holds no zero");
-                    }});
+        queue_.add({std::move(request), std::move(account), std::make_unique<Caller>(*this)});
     }
     // In a block of its own, as it would be read.
     static void say(const std::string &octets) {
@@ -117,6 +151,7 @@ private:
     }
 
     static inline asio::io_context loop_{1}; // its descriptors are the costly part of an input
+    Alarm expiry_{loop_};
     AtEngine engine_;
     ModemService service_;
     RequestQueue queue_;

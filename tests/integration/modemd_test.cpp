@@ -75,6 +75,15 @@ const std::string PDU_WITH_CENTRE = "07915155000090F9" + PDU.substr(2);
 
 // ---- descriptors and processes ----
 
+bool comesTrue(const std::function<bool()> &condition) {
+    const auto until = steady_clock::now() + SOON;
+    while (!condition()) {
+        if (steady_clock::now() > until) { return false; }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
 class Descriptor {
 public:
     explicit Descriptor(int fd = -1) : fd_(fd) {}
@@ -339,6 +348,16 @@ Response ask(u32 messageId, const std::string &record, u32 patience = PATIENCE) 
     return response;
 }
 
+// The manager's own status.
+std::string statusText() {
+    std::array<char, 65536> room{};
+    u32 size = room.size();
+    const u32 status = zeldcard_send_request_sync(MODEM_MANAGER_ID, STATUS_REQUEST, nullptr, 0,
+                                                  room.data(), &size, PATIENCE);
+    if (status != IPC_OK || size < RESPONSE_HEADER_OCTETS) { return ""; }
+    return {room.data() + RESPONSE_HEADER_OCTETS, size - RESPONSE_HEADER_OCTETS};
+}
+
 // A question under way while the test speaks as the modem.
 class Question {
 public:
@@ -395,6 +414,12 @@ protected:
     void startInStep(const std::vector<std::string> &options = {}) {
         start(options);
         modem_.answerProbe();
+        awaitStep();
+    }
+    // Until what is asked next is sent at once.
+    static void awaitStep() {
+        EXPECT_TRUE(
+            comesTrue([] { return statusText().find("\"in step\"") != std::string::npos; }));
     }
     void expectAlive() {
         Question question = command("AT\r");
@@ -423,15 +448,6 @@ struct CaseName {
         return given.param.name;
     }
 };
-
-bool comesTrue(const std::function<bool()> &condition) {
-    const auto until = steady_clock::now() + SOON;
-    while (!condition()) {
-        if (steady_clock::now() > until) { return false; }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
 
 // ================ records ================
 
@@ -797,24 +813,53 @@ TEST(ReplyCollection, AReplyBeyondItsBoundIsSpoiltButStillEnds) {
 struct HeldRunner {
     std::vector<std::string> started;
     RequestQueue::OnAnswer answer;
-    RequestQueue queue{[this](const Request &request, RequestQueue::OnAnswer onAnswer) {
-        started.push_back(std::get<CommandRequest>(request).text);
-        answer = std::move(onAnswer);
-    }};
+    RequestQueue queue{[this](const RequestQueue::Job &job, RequestQueue::OnAnswer onAnswer) {
+                           started.push_back(std::get<CommandRequest>(job.request).text);
+                           answer = std::move(onAnswer);
+                       },
+                       [this](Clock::time_point at) { wakings.push_back(at - arrival); }};
+    Clock::time_point arrival = Clock::now(); // of what is added
+    std::vector<Clock::duration> wakings;     // that it asked for
     std::vector<std::string> answers;
 
-    void add(const std::string &text, bool isWanted = true) {
-        RequestQueue::Job job;
-        job.request = CommandRequest{text, {}, 0ms};
-        job.isWanted = [isWanted] { return isWanted; };
-        job.answer = [this, text](const Answer &given) {
-            answers.push_back(text + "=" + std::to_string(static_cast<u32>(given.result)));
-        };
-        queue.add(std::move(job));
+    void add(const std::string &text, bool isWanted = true, pid_t process = 1,
+             milliseconds wait = 0ms) {
+        Account account;
+        account.asker.process = process;
+        account.arrival = arrival;
+        queue.add({
+            CommandRequest{text, {}, wait},
+            account,
+            std::make_unique<Asker>(this, text, isWanted)
+        });
     }
     void finish(Result result = Result::CARRIED_OUT) {
         std::exchange(answer, nullptr)({result, {}});
     }
+    // What runs, and all that waits, to their end.
+    void finishAll() {
+        while (answer) { finish(); }
+    }
+
+private:
+    class Asker : public RequestQueue::Caller {
+    public:
+        Asker(HeldRunner *held, std::string text, bool isWanted)
+            : held_(held), text_(std::move(text)), isWanted_(isWanted) {}
+        bool isWaiting() const override { return isWanted_; }
+        void answer(const Account &, const Answer &given) override {
+            held_->answers.push_back(text_ + "=" + std::to_string(static_cast<u32>(given.result)));
+        }
+        void drop(const Account &) override { held_->dropped++; }
+
+    private:
+        HeldRunner *held_;
+        std::string text_;
+        bool isWanted_;
+    };
+
+public:
+    int dropped = 0;
 };
 
 TEST(Queue, ServesInOrderOneAtATime) {
@@ -840,13 +885,14 @@ TEST(Queue, DropsWhatIsNoLongerWantedWhenItsTurnComes) {
     held.add("c");
     EXPECT_EQ(held.started, (Texts{"a", "b", "c"}));
     EXPECT_EQ(held.answers, (Texts{"a=0", "b=0"}));
+    EXPECT_EQ(held.dropped, 2);
 }
 
 TEST(Queue, RefusesMoreThan256ThatWait) {
     HeldRunner held;
-    for (int i = 0; i < 257; i++) { held.add("x"); }
+    for (int process = 0; process < 257; process++) { held.add("x", true, process); }
     EXPECT_TRUE(held.answers.empty());
-    held.add("y");
+    held.add("y", true, 257);
     EXPECT_EQ(held.answers, Texts{"y=6"});
 }
 
@@ -1127,9 +1173,10 @@ TEST_F(Modemd, AModemThatStaysSilentFailsTheNextRequestToo) {
     Question first = command("AT+CMGR=1\r", USUAL_MARKERS, 30);
     modem_.answer("AT+CMGR=1\r", "\r\n+CMGR: 1,,24\r\n");
     first.fails(Result::NO_ANSWER);
-    Question second = command("AT+CMGR=2\r", {}); // would take any text for its reply
-    modem_.expect("ATE0\r" + ESCAPE_AND_PROBE);
+    Question second = command("AT+CMGR=2\r", {}, 100); // would take any text for its reply
+    modem_.expect("ATE0\r");
     second.fails(Result::NO_ANSWER);
+    modem_.expect(ESCAPE_AND_PROBE);
     EXPECT_TRUE(daemon_->logs("does not answer"));
     Question third = command("AT+CMGR=3\r");
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n");
@@ -1822,6 +1869,7 @@ protected:
         engine_.start();
         thread_ = std::thread([this] { loop_.run(); });
         modem_.answerProbe();
+        awaitStep();
     }
     ~ShortWaits() override {
         asio::post(loop_, [this] {
@@ -1830,10 +1878,18 @@ protected:
         });
         thread_.join();
     }
+    // Until what is sent next goes out at once.
+    void awaitStep() {
+        EXPECT_TRUE(comesTrue([this] {
+            std::promise<std::string> state;
+            asio::post(loop_, [&] { state.set_value(engine_.state()); });
+            return state.get_future().get() == "in step";
+        }));
+    }
     std::future<Answer> send() {
         auto promise = std::make_shared<std::promise<Answer>>();
         asio::post(loop_, [this, promise] {
-            service_.carryOut(MessageRequest{"AT+CMGS=18\r", PDU},
+            service_.carryOut(MessageRequest{"AT+CMGS=18\r", PDU}, Clock::now(),
                               [promise](const Answer &answer) { promise->set_value(answer); });
         });
         return promise->get_future();
@@ -1861,6 +1917,7 @@ TEST_F(ShortWaits, WithoutAPromptTheExchangeIsLeftByEscape) {
     modem_.expect("AT+CMGS=18\r");
     EXPECT_EQ(answer.get().result, Result::NO_PROMPT);
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
+    awaitStep();
     auto again = send();
     modem_.answer("AT+CMGF=0\r", "\r\nERROR\r\n");
     EXPECT_EQ(again.get().text, "\r\nERROR\r\n");
@@ -1876,6 +1933,7 @@ TEST_F(ShortWaits, APromptThatComesTooLateIsLeftToo) {
     modem_.say("\r\n> "); // had not come yet when the escape was sent: the probe is message text
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n\r\nOK\r\n");
     EXPECT_LT(steady_clock::now() - begin, AT_ONCE) << "without waiting for the probe";
+    awaitStep();
     auto again = send();
     modem_.answer("AT+CMGF=0\r", "\r\nERROR\r\n");
     EXPECT_EQ(again.get().text, "\r\nERROR\r\n");
@@ -1934,8 +1992,6 @@ TEST_F(Modemd, DoesWithoutAServiceManager) {
     }
     ::unsetenv("NOTIFY_SOCKET");
 }
-
-// ================ the end ================
 
 // ================ the end ================
 

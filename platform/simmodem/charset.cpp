@@ -34,22 +34,6 @@ std::optional<char> gsmCode(char16_t unit) {
     return static_cast<char>(code);
 }
 
-// Of as many digits each as `width` says.
-std::optional<std::u16string> fromHexUnits(std::string_view text, std::size_t width) {
-    std::u16string out;
-    for (; !text.empty(); text.remove_prefix(width)) {
-        const std::string_view digits = text.substr(0, width);
-        unsigned unit = 0;
-        const auto [end, error] =
-            std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
-        if (digits.size() != width || error != std::errc() || end != digits.data() + width) {
-            return std::nullopt;
-        }
-        out += static_cast<char16_t>(unit);
-    }
-    return out;
-}
-
 // An octet from 0x80 on of a set that has one for each character; nothing for one it lacks.
 std::optional<char16_t> fromUpperHalf(std::string_view charset, unsigned char octet) {
     static constexpr unsigned char LATIN_FIRST = 0xA0;
@@ -168,6 +152,21 @@ std::optional<char32_t> takeCodePoint(std::string_view &text) {
 }
 
 } // namespace
+
+std::optional<std::u16string> fromHexUnits(std::string_view text, std::size_t width) {
+    std::u16string out;
+    for (; !text.empty(); text.remove_prefix(width)) {
+        const std::string_view digits = text.substr(0, width);
+        unsigned unit = 0;
+        const auto [end, error] =
+            std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+        if (digits.size() != width || error != std::errc() || end != digits.data() + width) {
+            return std::nullopt;
+        }
+        out += static_cast<char16_t>(unit);
+    }
+    return out;
+}
 
 std::optional<std::u16string> fromTerminal(std::string_view charset, std::string_view text) {
     static constexpr std::size_t DIGITS_OF_UNIT = 4, DIGITS_OF_SEPTET = 2;

@@ -22,6 +22,9 @@ std::optional<std::u16string> fromTerminal(std::string_view charset, std::string
 // The same back; "?" stands for what the set does not have.
 std::string toTerminal(std::string_view charset, std::u16string_view text);
 
+// Units of as many hexadecimal digits each as `width` says.
+std::optional<std::u16string> fromHexUnits(std::string_view text, std::size_t width);
+
 // One octet a septet, the extension table behind the escape. Nothing for a text with a character
 // that neither has.
 std::optional<Octets> toSeptets(std::u16string_view text);

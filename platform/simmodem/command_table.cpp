@@ -1,5 +1,7 @@
 #include "command_table.h"
 
+#include "network.h"
+
 #include <algorithm>
 
 namespace smspb::simmodem {
@@ -54,8 +56,9 @@ Reply carryOutRow(const CommandRow &row, Modem &modem, const Command &command) {
 } // namespace
 
 std::array<std::span<const CommandRow>, COMMAND_TABLES> commandTables() {
-    return {basicCommands(), equipmentCommands(), networkCommands(),   messageCommands(),
-            storeCommands(), sendCommands(),      phonebookCommands(), ussdCommands()};
+    return {basicCommands(),     equipmentCommands(), networkCommands(),
+            messageCommands(),   storeCommands(),     sendCommands(),
+            phonebookCommands(), ussdCommands(),      settingCommands()};
 }
 
 const CommandRow *findRow(std::string_view name) {
@@ -74,6 +77,7 @@ Reply carryOut(Modem &modem, const Command &command) {
         return isExtended(command) ? cmeError(CME_NOT_SUPPORTED) : refused(Result::Kind::error);
     }
     Reply reply = carryOutRow(*row, modem, command);
+    reportRegistration(modem);
     if (reply.result.kind == Result::Kind::badParameter) {
         return wrongParameter(modem, row->family);
     }

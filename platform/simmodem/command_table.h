@@ -40,9 +40,10 @@ std::span<const CommandRow> storeCommands();
 std::span<const CommandRow> sendCommands();
 std::span<const CommandRow> phonebookCommands();
 std::span<const CommandRow> ussdCommands();
+std::span<const CommandRow> settingCommands();
 
 // All of them, in the order in which +CLAC lists them.
-inline constexpr std::size_t COMMAND_TABLES = 8;
+inline constexpr std::size_t COMMAND_TABLES = 9;
 std::array<std::span<const CommandRow>, COMMAND_TABLES> commandTables();
 
 // Null for an unknown command.

@@ -25,9 +25,20 @@ Reply subscriber(Modem & /*modem*/, const Command & /*command*/) { return done("
 
 Reply capabilities(Modem & /*modem*/, const Command &command) { return shown(command, "+CGSM"); }
 
+// 7.1: the entries of the phonebook "ON".
 Reply ownNumber(Modem &modem, const Command &command) {
-    const bool international = modem.number.starts_with('+');
-    return shown(command, "," + inQuotes(modem.number) + (international ? ",145" : ",129"));
+    const auto book = std::find_if(modem.phonebooks.begin(), modem.phonebooks.end(),
+                                   [](const Phonebook &each) { return each.name() == "ON"; });
+    std::string lines;
+    for (std::size_t i = 1; i <= book->size(); i++) {
+        const Contact *const contact = book->find(i);
+        if (contact == nullptr) { continue; }
+        const std::string name = toTerminal(modem.settings.charset, contact->name);
+        lines += (lines.empty() ? "" : "\n") + command.name + ": " +
+                 (name.empty() ? "" : inQuotes(name)) + "," + inQuotes(contact->number) + "," +
+                 std::to_string(contact->type);
+    }
+    return done(std::move(lines));
 }
 
 Reply listCommands(Modem & /*modem*/, const Command & /*command*/) {
@@ -83,6 +94,11 @@ Reply queryLock(Modem & /*modem*/, const Command &command) {
     const auto mode = numberAt(command, 1, 0, QUERY);
     if (stringAt(command, 0) != "SC" || !mode) { return badParameter(); }
     return *mode == QUERY ? shown(command, "0") : cmeError(CME_NOT_ALLOWED);
+}
+
+// No password is asked for, so none can be changed.
+Reply setPassword(Modem & /*modem*/, const Command & /*command*/) {
+    return cmeError(CME_NOT_ALLOWED);
 }
 
 // 8.3: "yy/MM/dd,hh:mm:ss+zz", zz in quarter hours from UTC.
@@ -159,6 +175,8 @@ constexpr std::array EQUIPMENT_ROWS{
     CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
     CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .ranges = R"(("SC"))",
                .set = queryLock},
+    CommandRow{.name = "+CPWD", .arguments = 3, .needsSim = true, .ranges = R"(("SC",8))",
+               .set = setPassword},
     CommandRow{.name = "+CCLK", .arguments = 1, .read = readClock, .set = setClock},
     CommandRow{.name = "+CBC",  .ranges = "(0),(0-100)", .execute = batteryCharge},
     CommandRow{.name = FAULT_COMMAND, .arguments = 1,

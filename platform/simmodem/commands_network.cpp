@@ -2,6 +2,7 @@
 // callers.
 #include "command_table.h"
 
+#include "charset.h"
 #include "network.h"
 #include "text.h"
 
@@ -11,22 +12,26 @@ namespace smspb::simmodem {
 namespace {
 
 constexpr unsigned FORMAT_NUMERIC = 2; // +COPS <format>
-constexpr std::array<std::string_view, 3> OPERATOR_NAMES = {"smspb test network", "smspb", "00101"};
+enum : unsigned {                      // +COPS <mode>
+    MODE_AUTOMATIC = 0,
+    MODE_MANUAL = 1,
+    MODE_FORMAT = 3,
+    MODE_MANUAL_OR_AUTOMATIC = 4
+};
+// By <format>: at most 16 characters, 8, and the numbers of country and network.
+constexpr std::array<std::string_view, 3> OPERATOR_NAMES = {"smspb network", "smspb", "00101"};
 constexpr unsigned RADIO_OFF = 4; // +CFUN <fun>, 0 being the least and 1 everything
 
-// 7.2 of TS 27.007: in the home network, or not and not searching.
-std::string registration(const Modem &modem, unsigned reports) {
-    static constexpr unsigned WITH_CELL = 2;
-    if (!modem.isRegistered()) { return std::to_string(reports) + ",0"; }
-    return std::to_string(reports) + ",1" + (reports == WITH_CELL ? R"(,"00C3","000012AB")" : "");
+std::string registration(bool isRegistered, unsigned reports) {
+    return std::to_string(reports) + "," + registrationState(isRegistered, reports);
 }
 
 Reply readRegistration(Modem &modem, const Command &command) {
-    return shown(command, registration(modem, modem.settings.registrationReports));
+    return shown(command, registration(modem.isRegistered(), modem.settings.registrationReports));
 }
 
 Reply readPacketRegistration(Modem &modem, const Command &command) {
-    return shown(command, registration(modem, modem.settings.packetReports));
+    return shown(command, registration(modem.isPacketRegistered(), modem.settings.packetReports));
 }
 
 Reply setReports(unsigned &reports, const Command &command) {
@@ -44,31 +49,63 @@ Reply setPacketRegistration(Modem &modem, const Command &command) {
     return setReports(modem.settings.packetReports, command);
 }
 
-Reply readOperator(Modem &modem, const Command &command) {
-    if (!modem.isRegistered()) { return shown(command, "0"); }
-    const unsigned format = modem.settings.operatorFormat;
-    return shown(command,
-                 "0," + std::to_string(format) + "," + inQuotes(OPERATOR_NAMES.at(format)));
+// Names are text in the terminal's character set, the number is digits in any.
+std::string operatorName(const Modem &modem, unsigned format) {
+    const std::string_view name = OPERATOR_NAMES.at(format);
+    if (format == FORMAT_NUMERIC) { return inQuotes(name); }
+    return inQuotes(toTerminal(modem.settings.charset, std::u16string(name.begin(), name.end())));
 }
 
-// There is one network, so only how it is called can be chosen.
-Reply setOperator(Modem &modem, const Command &command) {
-    static constexpr unsigned MODE_MANUAL_OR_AUTOMATIC = 4;
-    const auto mode = numberAt(command, 0, 0, MODE_MANUAL_OR_AUTOMATIC, 0);
-    const auto format = numberAt(command, 1, 0, FORMAT_NUMERIC, modem.settings.operatorFormat);
-    if (!mode || !format) { return badParameter(); }
-    modem.settings.operatorFormat = *format;
+Reply readOperator(Modem &modem, const Command &command) {
+    const std::string mode = std::to_string(modem.operatorMode);
+    if (!modem.isRegistered()) { return shown(command, mode); }
+    const unsigned format = modem.settings.operatorFormat;
+    return shown(command, mode + "," + std::to_string(format) + "," + operatorName(modem, format));
+}
+
+// There is one network; its number may be written in the terminal's character set, too.
+bool isTheOperator(const Modem &modem, const Command &command, unsigned format) {
+    const auto text = stringAt(command, 2);
+    const auto units = text ? fromTerminal(modem.settings.charset, *text) : std::nullopt;
+    const std::string_view name = OPERATOR_NAMES.at(format);
+    const std::u16string wanted(name.begin(), name.end());
+    return units == wanted || (format == FORMAT_NUMERIC && text == name);
+}
+
+// <mode> 1 and 4 name the network, which must be there; <AcT> is GSM.
+Reply selectOperator(Modem &modem, const Command &command, unsigned mode, unsigned format) {
+    static constexpr unsigned ACCESS_MAX = 7, ACCESS_GSM = 0;
+    const auto access = numberAt(command, 3, 0, ACCESS_MAX, ACCESS_GSM);
+    const bool isNamed = mode == MODE_MANUAL || mode == MODE_MANUAL_OR_AUTOMATIC;
+    if (!access || (isNamed && !stringAt(command, 2))) { return badParameter(); }
+    const bool isThere = isTheOperator(modem, command, format) && *access == ACCESS_GSM;
+    if (mode == MODE_MANUAL && !isThere) { return cmeError(CME_NO_NETWORK); }
+    modem.operatorMode = isNamed && !isThere ? unsigned{MODE_AUTOMATIC} : mode;
+    receivePending(modem);
     return done();
 }
 
-Reply listOperators(Modem & /*modem*/, const Command &command) {
+Reply setOperator(Modem &modem, const Command &command) {
+    const auto mode = numberAt(command, 0, 0, MODE_MANUAL_OR_AUTOMATIC, MODE_AUTOMATIC);
+    const auto format = numberAt(command, 1, 0, FORMAT_NUMERIC, modem.settings.operatorFormat);
+    if (!mode || !format) { return badParameter(); }
+    const Reply reply =
+        *mode == MODE_FORMAT ? done() : selectOperator(modem, command, *mode, *format);
+    if (reply.result.kind == Result::Kind::ok) { modem.settings.operatorFormat = *format; }
+    return reply;
+}
+
+// 7.3: <stat> 2 is the one in use, <AcT> 0 GSM.
+Reply listOperators(Modem &modem, const Command &command) {
     std::string names;
-    for (const std::string_view name : OPERATOR_NAMES) { names += "," + inQuotes(name); }
-    return shown(command, "(2" + names + "),,(0-4),(0-2)");
+    for (unsigned format = 0; format < OPERATOR_NAMES.size(); format++) {
+        names += "," + operatorName(modem, format);
+    }
+    return shown(command, (modem.isRegistered() ? "(2" : "(1") + names + ",0),,(0-4),(0-2)");
 }
 
 Reply readAttachment(Modem &modem, const Command &command) {
-    return shown(command, modem.isRegistered() && modem.isAttached ? "1" : "0");
+    return shown(command, modem.isPacketRegistered() ? "1" : "0");
 }
 
 Reply setAttachment(Modem &modem, const Command &command) {
@@ -112,8 +149,21 @@ Reply setCallerNumber(Modem &modem, const Command &command) {
     return done();
 }
 
+Reply readExtendedRing(Modem &modem, const Command &command) {
+    return shown(command, modem.settings.extendedRing ? "1" : "0");
+}
+
+Reply setExtendedRing(Modem &modem, const Command &command) {
+    const auto extends = numberAt(command, 0, 0, 1, 0);
+    if (!extends) { return badParameter(); }
+    modem.settings.extendedRing = *extends == 1;
+    return done();
+}
+
 // clang-format off
 constexpr std::array NETWORK_ROWS{
+    CommandRow{.name = "+CRC", .arguments = 1, .ranges = "(0,1)",
+               .read = readExtendedRing, .set = setExtendedRing},
     CommandRow{.name = "+CFUN", .arguments = 2, .ranges = "(0,1,4),(0,1)",
                .read = readFunctionality, .set = setFunctionality},
     CommandRow{.name = "+CREG", .arguments = 1, .ranges = "(0-2)",

@@ -11,7 +11,7 @@ namespace smspb::simmodem {
 namespace {
 
 constexpr unsigned ANY = std::numeric_limits<unsigned>::max();
-enum : unsigned { TYPE_NATIONAL = 129, TYPE_INTERNATIONAL = 145, TYPE_MIN = 128, TYPE_MAX = 255 };
+enum : unsigned { TYPE_MIN = 128, TYPE_MAX = 255 };
 
 Reply readStorage(Modem &modem, const Command &command) {
     const Phonebook &book = modem.phonebook();
@@ -21,13 +21,22 @@ Reply readStorage(Modem &modem, const Command &command) {
 
 Reply setStorage(Modem &modem, const Command &command) {
     const auto name = stringAt(command, 0);
-    for (std::size_t i = 0; i < modem.phonebooks.size(); i++) {
+    const bool hasPassword = !isOmitted(command, 1); // no book asks for one
+    for (std::size_t i = 0; i < modem.phonebooks.size() && !hasPassword; i++) {
         if (name == modem.phonebooks.at(i).name()) {
             modem.selectedPhonebook = i;
             return done();
         }
     }
     return badParameter();
+}
+
+Reply listStorages(Modem &modem, const Command &command) {
+    std::string names;
+    for (const Phonebook &book : modem.phonebooks) {
+        names += (names.empty() ? "" : ",") + inQuotes(book.name());
+    }
+    return shown(command, "(" + names + ")");
 }
 
 std::string range(const Modem &modem) {
@@ -117,9 +126,7 @@ std::size_t digitCount(std::string_view number) {
 
 Reply putEntry(Modem &modem, std::size_t index, const Command &command) {
     const std::string number = stringAt(command, 1).value_or("");
-    const auto type =
-        numberAt(command, 2, TYPE_MIN, TYPE_MAX,
-                 number.starts_with('+') ? unsigned{TYPE_INTERNATIONAL} : unsigned{TYPE_NATIONAL});
+    const auto type = numberAt(command, 2, TYPE_MIN, TYPE_MAX, typeOfNumber(number));
     const bool strings = (isOmitted(command, 1) || command.arguments[1].isString) &&
                          (isOmitted(command, 3) || command.arguments[3].isString);
     if (!type || !strings) { return badParameter(); }
@@ -137,6 +144,7 @@ Reply putEntry(Modem &modem, std::size_t index, const Command &command) {
 // The index alone empties the place; without an index the first empty one is taken.
 Reply writeEntry(Modem &modem, const Command &command) {
     Phonebook &book = modem.phonebook();
+    if (!book.isWritable()) { return cmeError(CME_NOT_ALLOWED); }
     if (isOmitted(command, 0) && command.arguments.size() < 2) { return badParameter(); }
     const auto free = book.freePlace();
     if (isOmitted(command, 0) && !free) { return cmeError(CME_MEMORY_FULL); }
@@ -150,8 +158,8 @@ Reply writeEntry(Modem &modem, const Command &command) {
 
 // clang-format off
 constexpr std::array PHONEBOOK_ROWS{
-    CommandRow{.name = "+CPBS", .arguments = 1, .needsSim = true, .ranges = R"(("SM","ME"))",
-               .read = readStorage, .set = setStorage},
+    CommandRow{.name = "+CPBS", .arguments = 2, .needsSim = true,
+               .read = readStorage, .set = setStorage, .test = listStorages},
     CommandRow{.name = "+CPBR", .arguments = 2, .needsSim = true, .set = readEntries, .test = readRanges},
     CommandRow{.name = "+CPBF", .arguments = 1, .needsSim = true, .set = findEntries, .test = findRanges},
     CommandRow{.name = "+CPBW", .arguments = 4, .needsSim = true, .set = writeEntry, .test = writeRanges},

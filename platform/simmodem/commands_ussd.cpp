@@ -52,19 +52,31 @@ std::string requestText(const std::u16string &units) {
     return text;
 }
 
-// The coding scheme is taken and not looked at: the text comes in the terminal's character set.
+// 7.15: text in the terminal's character set, or hexadecimal where the coding scheme (TS 23.038, 5)
+// says octets or UCS-2.
+std::optional<std::u16string> unitsOf(const Settings &settings, const std::string &text,
+                                      unsigned dcs) {
+    static constexpr std::size_t DIGITS_OF_OCTET = 2, DIGITS_OF_UNIT = 4;
+    static constexpr unsigned GENERAL = 1, OCTETS = 1, UCS2 = 2; // bits 7 and 6; bits 3 and 2
+    const unsigned alphabet = dcs >> 6 == GENERAL ? dcs >> 2 & 3U : 0U;
+    if (alphabet == OCTETS) { return fromHexUnits(text, DIGITS_OF_OCTET); }
+    if (alphabet == UCS2) { return fromHexUnits(text, DIGITS_OF_UNIT); }
+    return fromTerminal(settings.charset, text);
+}
+
 Reply setUssd(Modem &modem, const Command &command) {
     constexpr unsigned DCS_MAX = 255;
     constexpr unsigned DCS_DEFAULT = 15;
     const auto n = numberAt(command, 0, PRESENT_OFF, CANCEL, PRESENT_OFF);
-    if (!n || !numberAt(command, 2, 0, DCS_MAX, DCS_DEFAULT)) { return badParameter(); }
+    const auto dcs = numberAt(command, 2, 0, DCS_MAX, DCS_DEFAULT);
+    if (!n || !dcs) { return badParameter(); }
     if (*n == CANCEL) {
         if (command.arguments.size() > 1) { return badParameter(); }
         modem.ussd.end();
         return done();
     }
     const auto text = stringAt(command, 1);
-    const auto units = text ? fromTerminal(modem.settings.charset, *text) : std::nullopt;
+    const auto units = text ? unitsOf(modem.settings, *text, *dcs) : std::nullopt;
     const bool asks = command.arguments.size() > 1;
     if (asks && (!units || units->empty())) { return badParameter(); }
     modem.settings.ussdPresentation = *n;

@@ -187,7 +187,7 @@ Json page(Modem &modem, const Json &event) {
 Json ring(Modem &modem, const Json &event) {
     const std::string number = textOf(event, "number", "");
     if (!number.empty() && !isNumber(number)) { refuse("\"" + number + "\" is no number"); }
-    modem.unsolicited.push_back("RING");
+    modem.unsolicited.push_back(modem.settings.extendedRing ? "+CRING: VOICE" : "RING");
     if (modem.settings.callerNumber) {
         const bool international = number.starts_with('+');
         const std::string type = number.empty() ? ",128" : international ? ",145" : ",129";
@@ -231,6 +231,7 @@ Json sim(Modem &modem, const Json &event) {
         modem.unsolicited.push_back("+CPIN: READY");
         receivePending(modem);
     }
+    reportRegistration(modem);
     return Json::object();
 }
 

@@ -26,6 +26,8 @@ void Modem::restart() {
     held.clear();
     unsolicited.clear();
     ussd.end();
+    operatorMode = 0;
+    isAttached = true;
 }
 
 } // namespace smspb::simmodem

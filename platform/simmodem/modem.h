@@ -11,6 +11,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace smspb::simmodem {
 
@@ -62,8 +63,10 @@ struct Settings {
     unsigned moreMessages = 0;        // +CMMS
     IndicationSettings indications;
     BroadcastSettings broadcasts;
-    unsigned ussdPresentation = 0; // +CUSD <n>
-    bool callerNumber = false;     // +CLIP
+    unsigned ussdPresentation = 0;                     // +CUSD <n>
+    std::map<std::string, std::vector<unsigned>> kept; // of the commands in commands_settings.cpp
+    bool callerNumber = false;                         // +CLIP
+    bool extendedRing = false;                         // +CRC
 
     char terminator() const { return static_cast<char>(registers.at(3)); }
     char lineFeed() const { return static_cast<char>(registers.at(4)); }
@@ -107,8 +110,7 @@ struct Modem {
         : number(options.number),
           serviceCentre(options.serviceCentre), storages{Storage("ME", options.meSize),
                                                          Storage("SM", options.smSize)},
-          phonebooks{Phonebook("SM", options.smPhonebookSize),
-                     Phonebook("ME", options.mePhonebookSize)},
+          phonebooks(makePhonebooks(options.smPhonebookSize, options.mePhonebookSize, number)),
           phonebookLimits(options.phonebookLimits), indexes(options.indexes),
           interjects(options.interjects) {
         messageProfiles.fill({options.serviceCentre, {}, {}});
@@ -121,7 +123,7 @@ struct Modem {
     std::array<MessageProfile, 2> messageProfiles;
     std::array<Storage, 2> storages;
     std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in STORAGE_NAMES
-    std::array<Phonebook, 2> phonebooks;
+    std::vector<Phonebook> phonebooks;
     PhonebookLimits phonebookLimits;
     IndexScheme indexes;
     std::size_t selectedPhonebook = 0; // index in `phonebooks`
@@ -137,6 +139,8 @@ struct Modem {
     bool simPresent = true;
     unsigned functionality = 1; // +CFUN: 1 for everything, otherwise the radio is off
     bool isAttached = true;     // +CGATT
+    unsigned operatorMode = 0;  // +COPS <mode>
+    bool isShownRegistered = true, isShownAttached = true; // what +CREG and +CGREG told last
     std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
     bool interjects;            // between command and reply too, as real modems do
     UssdDialogue ussd;
@@ -149,7 +153,11 @@ struct Modem {
     StorageView storage(Use use) { return view(selected.at(use)); }
 
     // Whether there is a network: messages come and go.
-    bool isRegistered() const { return simPresent && functionality == 1; }
+    bool isRegistered() const {
+        static constexpr unsigned DEREGISTERED = 2; // +COPS <mode>
+        return simPresent && functionality == 1 && operatorMode != DEREGISTERED;
+    }
+    bool isPacketRegistered() const { return isRegistered() && isAttached; }
 
     // "ME" or "SM"; null for another.
     Storage *findStorage(std::string_view name);

@@ -147,6 +147,22 @@ void receiveUssd(Modem &modem) {
 
 bool holdsBack(const Modem &modem) { return modem.settings.indications.mode == MODE_HOLD; }
 
+std::string registrationState(bool isRegistered, unsigned reports) {
+    static constexpr unsigned WITH_CELL = 2;
+    if (!isRegistered) { return "0"; }
+    return reports == WITH_CELL ? R"(1,"00C3","000012AB")" : "1";
+}
+
+void reportRegistration(Modem &modem) {
+    const auto report = [&](bool &shown, bool isNow, unsigned reports, std::string_view name) {
+        if (std::exchange(shown, isNow) == isNow || reports == 0) { return; }
+        modem.unsolicited.push_back(std::string(name) + registrationState(isNow, reports));
+    };
+    const Settings &settings = modem.settings;
+    report(modem.isShownRegistered, modem.isRegistered(), settings.registrationReports, "+CREG: ");
+    report(modem.isShownAttached, modem.isPacketRegistered(), settings.packetReports, "+CGREG: ");
+}
+
 void indicate(Modem &modem, std::string text) {
     if (!holdsBack(modem)) {
         modem.unsolicited.push_back(std::move(text));

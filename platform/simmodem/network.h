@@ -29,6 +29,12 @@ void indicate(Modem &modem, std::string text);
 // Puts out or forgets what was kept back, after +CNMI chose another mode.
 void releaseHeld(Modem &modem);
 
+// "1" and with `reports` 2 the cell behind it, or "0": what +CREG and +CGREG tell (TS 27.007, 7.2).
+std::string registrationState(bool isRegistered, unsigned reports);
+
+// Tells by +CREG and +CGREG, where that was asked for, what is no more as it was told last.
+void reportRegistration(Modem &modem);
+
 // True when both name one subscriber: the last nine digits are the same (seven at least), so that
 // trunk and country prefixes do not matter.
 bool isSameNumber(std::string_view digits, std::string_view otherDigits);

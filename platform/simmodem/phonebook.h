@@ -1,9 +1,9 @@
-// The phonebooks of the SIM and of the modem: numbered places, from 1, each empty or with an entry
-// (TS 27.007, 8.11 to 8.14).
+// The phonebooks: numbered places, from 1, each empty or with an entry (TS 27.007, 8.11 to 8.14).
 #pragma once
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace smspb::simmodem {
@@ -21,9 +21,11 @@ struct PhonebookLimits {
 
 class Phonebook {
 public:
-    Phonebook(std::string name, std::size_t size) : name_(std::move(name)), places_(size) {}
+    Phonebook(std::string name, std::size_t size, bool isWritable = true)
+        : name_(std::move(name)), isWritable_(isWritable), places_(size) {}
 
     const std::string &name() const { return name_; }
+    bool isWritable() const { return isWritable_; } // by +CPBW
     std::size_t size() const { return places_.size(); }
     std::size_t used() const;
     bool hasPlace(std::size_t index) const { return index >= 1 && index <= places_.size(); }
@@ -41,7 +43,15 @@ public:
 
 private:
     std::string name_;
+    bool isWritable_;
     std::vector<std::optional<Contact>> places_;
 };
+
+// Those of +CPBS: "SM" and "ME" first, then own and emergency numbers and the lists of calls.
+std::vector<Phonebook> makePhonebooks(std::size_t smSize, std::size_t meSize,
+                                      const std::string &ownNumber);
+
+// Of address (TS 24.008, 10.5.4.7): 145 with "+", 129 otherwise.
+unsigned typeOfNumber(std::string_view number);
 
 } // namespace smspb::simmodem

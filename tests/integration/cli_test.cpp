@@ -522,11 +522,11 @@ TEST_F(ToolWithModem, StatusShowsTheModemItsSimTheNetworkAndTheStorages) {
                                    "revision:  1.0.0\n"
                                    "IMEI:      490154203237518\n"
                                    "SIM:       READY\n"
-                                   "network:   smspb test network, registered, home\n"
+                                   "network:   smspb network, registered, home\n"
                                    "signal:    -71 dBm\n"
                                    "storages:  SM 1 of 50\n");
     const Json status = json({"status"});
-    EXPECT_EQ(status["operator"], "smspb test network");
+    EXPECT_EQ(status["operator"], "smspb network");
     EXPECT_EQ(status["signal_dbm"], -71);
     EXPECT_EQ(status["storages"], Json::array({
                                       {{"storage", "SM"}, {"used", 1}, {"total", 50}}

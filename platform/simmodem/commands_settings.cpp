@@ -1,0 +1,151 @@
+// Commands whose values are kept and shown and change nothing here, where there is no serial line,
+// no call and no fax; and some that have nothing to tell. Clients set them as they begin.
+#include "command_table.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <array>
+
+namespace smspb::simmodem {
+namespace {
+
+struct KeptValue {
+    std::string_view ranges; // "0-2,7"
+    unsigned initial;
+};
+
+struct KeptSetting {
+    std::string_view name;
+    std::array<KeptValue, 2> values; // an empty range for one that there is not
+};
+
+constexpr std::string_view RATES = "0,300,600,1200,2400,4800,9600,19200,38400,57600,115200";
+
+// V.250, 6.2.10 to 6.2.13; TS 27.007, 6.1, 6.11, 7.11, 8.40 and 8.41.
+constexpr std::array<KeptSetting, 8> SETTINGS{
+    {
+     {"+IPR", {{{RATES, 0}, {{}, 0}}}},
+     {"+ICF", {{{"0,3", 3}, {"0-3", 3}}}},
+     {"+IFC", {{{"0-2", 2}, {"0-2", 2}}}},
+     {"+ILRR", {{{"0,1", 0}, {{}, 0}}}},
+     {"+CSTA", {{{"129,145", 129}, {{}, 0}}}},
+     {"+CSSN", {{{"0,1", 0}, {"0,1", 0}}}},
+     {"+CTZU", {{{"0,1", 0}, {{}, 0}}}},
+     {"+CTZR", {{{"0,1", 0}, {{}, 0}}}},
+     }
+};
+
+const KeptSetting &settingOf(const Command &command) {
+    return *std::find_if(SETTINGS.begin(), SETTINGS.end(),
+                         [&](const KeptSetting &each) { return each.name == command.name; });
+}
+
+std::size_t valueCount(const KeptSetting &setting) {
+    return setting.values[1].ranges.empty() ? 1 : 2;
+}
+
+std::vector<unsigned> valuesOf(const Modem &modem, const KeptSetting &setting) {
+    const auto kept = modem.settings.kept.find(std::string(setting.name));
+    if (kept != modem.settings.kept.end()) { return kept->second; }
+    return {setting.values[0].initial, setting.values[1].initial};
+}
+
+// Of "a-b" or "a".
+bool isInSpan(std::string_view span, unsigned value) {
+    const std::size_t dash = span.find('-');
+    const auto low = parseNumber(span.substr(0, dash));
+    const auto high = dash == std::string_view::npos ? low : parseNumber(span.substr(dash + 1));
+    return low && high && value >= *low && value <= *high;
+}
+
+bool isInRanges(std::string_view ranges, unsigned value) {
+    for (;;) {
+        const std::size_t comma = ranges.find(',');
+        if (isInSpan(ranges.substr(0, comma), value)) { return true; }
+        if (comma == std::string_view::npos) { return false; }
+        ranges.remove_prefix(comma + 1);
+    }
+}
+
+Reply readKept(Modem &modem, const Command &command) {
+    const KeptSetting &setting = settingOf(command);
+    const std::vector<unsigned> values = valuesOf(modem, setting);
+    std::string text;
+    for (std::size_t i = 0; i < valueCount(setting); i++) {
+        text += (i == 0 ? "" : ",") + std::to_string(values.at(i));
+    }
+    return shown(command, text);
+}
+
+Reply showKept(Modem & /*modem*/, const Command &command) {
+    const KeptSetting &setting = settingOf(command);
+    std::string text;
+    for (std::size_t i = 0; i < valueCount(setting); i++) {
+        text += (i == 0 ? "(" : ",(") + std::string(setting.values.at(i).ranges) + ")";
+    }
+    return shown(command, text);
+}
+
+// A value that is left out stays.
+Reply setKept(Modem &modem, const Command &command) {
+    static constexpr unsigned NUMBER_MAX = 1000000;
+    const KeptSetting &setting = settingOf(command);
+    std::vector<unsigned> values = valuesOf(modem, setting);
+    if (command.arguments.size() > valueCount(setting)) { return badParameter(); }
+    for (std::size_t i = 0; i < command.arguments.size(); i++) {
+        const auto value = numberAt(command, i, 0, NUMBER_MAX, values.at(i));
+        if (!value || !isInRanges(setting.values.at(i).ranges, *value)) { return badParameter(); }
+        values.at(i) = *value;
+    }
+    modem.settings.kept.insert_or_assign(std::string(setting.name), std::move(values));
+    return done();
+}
+
+// 5.9: the GSM radio alone, told without the command's name; the same way the service class of a
+// modem without fax (T.31, 8.1).
+constexpr std::string_view GSM_RADIO = "12", NO_FAX = "0";
+
+Reply readRadio(Modem & /*modem*/, const Command & /*command*/) {
+    return done(std::string(GSM_RADIO));
+}
+Reply listRadios(Modem & /*modem*/, const Command & /*command*/) {
+    return done("(" + std::string(GSM_RADIO) + ")");
+}
+Reply setRadio(Modem & /*modem*/, const Command &command) {
+    return numberAt(command, 0, 12, 12, 12) ? done() : badParameter();
+}
+
+Reply readFaxClass(Modem & /*modem*/, const Command & /*command*/) {
+    return done(std::string(NO_FAX));
+}
+Reply listFaxClasses(Modem & /*modem*/, const Command & /*command*/) {
+    return done(std::string(NO_FAX));
+}
+Reply setFaxClass(Modem & /*modem*/, const Command &command) {
+    return numberAt(command, 0, 0, 0, 0) ? done() : badParameter();
+}
+
+// 7.18 and 6.5: there is no call to list or to end.
+Reply nothing(Modem & /*modem*/, const Command & /*command*/) { return done(); }
+
+// clang-format off
+constexpr CommandRow kept(std::string_view name) {
+    return {.name = name, .arguments = 2, .read = readKept, .set = setKept, .test = showKept};
+}
+
+constexpr std::array SETTING_ROWS{
+    kept("+IPR"), kept("+ICF"), kept("+IFC"), kept("+ILRR"),
+    kept("+CSTA"), kept("+CSSN"), kept("+CTZU"), kept("+CTZR"),
+    CommandRow{.name = "+WS46", .arguments = 1, .read = readRadio, .set = setRadio, .test = listRadios},
+    CommandRow{.name = "+FCLASS", .arguments = 1, .read = readFaxClass, .set = setFaxClass, .test = listFaxClasses},
+    CommandRow{.name = "+CLCC", .execute = nothing},
+    CommandRow{.name = "+CHUP", .execute = nothing},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const CommandRow> settingCommands() { return SETTING_ROWS; }
+
+} // namespace smspb::simmodem

@@ -72,7 +72,7 @@ std::string nameOf(const Modem &modem, OctetView field) {
             modem.phonebooks.at((modem.selectedPhonebook + i) % modem.phonebooks.size());
         for (std::size_t index = 1; index <= book.size(); index++) {
             const Contact *const contact = book.find(index);
-            if (contact == nullptr) { continue; }
+            if (contact == nullptr || contact->name.empty()) { continue; }
             const std::string_view number = contact->number;
             const bool signedNumber = number.starts_with('+');
             if (isSameNumber(digits, number.substr(signedNumber ? 1 : 0))) {

@@ -71,36 +71,6 @@ std::string toOctets(std::string_view charset, std::u16string_view text) {
     return out;
 }
 
-// The code point that `text` begins with, taken off it; "?" for half a surrogate pair.
-char32_t takeCharacter(std::u16string_view &text) {
-    const auto isIn = [&](std::size_t at, char16_t first) {
-        return at < text.size() && text[at] >= first && text[at] < first + 0x400;
-    };
-    const bool isPair = isIn(0, 0xD800) && isIn(1, 0xDC00);
-    const bool isHalf = !isPair && (isIn(0, 0xD800) || isIn(0, 0xDC00));
-    const char32_t value = isPair   ? 0x10000 + (text[0] - 0xD800U) * 0x400 + (text[1] - 0xDC00U)
-                           : isHalf ? U'?'
-                                    : char32_t{text[0]};
-    text.remove_prefix(isPair ? 2 : 1);
-    return value;
-}
-
-void putUtf8(std::string &out, char32_t value) {
-    const auto put = [&](char32_t octet) {
-        out += static_cast<char>(static_cast<unsigned char>(octet));
-    };
-    const auto follow = [&](unsigned shift) { put(0x80 | (value >> shift & 0x3F)); };
-    if (value < 0x80) { return put(value); }
-    if (value < 0x800) {
-        put(0xC0 | value >> 6);
-        return follow(0);
-    }
-    put(value < 0x10000 ? 0xE0 | value >> 12 : 0xF0 | value >> 18);
-    if (value >= 0x10000) { follow(12); }
-    follow(6);
-    follow(0);
-}
-
 // A unit a septet.
 std::optional<std::u16string> fromGsm(std::u16string_view units) {
     Octets septets;
@@ -171,7 +141,6 @@ std::optional<std::u16string> fromHexUnits(std::string_view text, std::size_t wi
 std::optional<std::u16string> fromTerminal(std::string_view charset, std::string_view text) {
     static constexpr std::size_t DIGITS_OF_UNIT = 4, DIGITS_OF_SEPTET = 2;
     if (charset == "UCS2") { return fromHexUnits(text, DIGITS_OF_UNIT); }
-    if (charset == "UTF-8") { return fromUtf8(text); }
     if (charset == "HEX") {
         const auto septets = fromHexUnits(text, DIGITS_OF_SEPTET);
         return septets ? fromGsm(*septets) : std::nullopt;
@@ -185,7 +154,6 @@ std::optional<std::u16string> fromTerminal(std::string_view charset, std::string
 
 std::string toTerminal(std::string_view charset, std::u16string_view text) {
     if (charset == "UCS2") { return toHex(toUcs2Octets(text)); }
-    if (charset == "UTF-8") { return toUtf8(text); }
     if (charset == "HEX") { return toHex(toGsm(text)); }
     if (charset != "GSM") { return toOctets(charset, text); }
     const Octets septets = toGsm(text);
@@ -255,12 +223,6 @@ std::optional<std::u16string> fromUtf8(std::string_view text) {
             out += static_cast<char16_t>(0xDC00 + (*point & 0x3FF));
         }
     }
-    return out;
-}
-
-std::string toUtf8(std::u16string_view text) {
-    std::string out;
-    while (!text.empty()) { putUtf8(out, takeCharacter(text)); }
     return out;
 }
 

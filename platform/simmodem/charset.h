@@ -13,8 +13,8 @@ namespace smspb::simmodem {
 
 // The sets by the names that +CSCS has for them: an octet a septet ("GSM"), two hexadecimal digits
 // a septet ("HEX"), four a unit ("UCS2"); "IRA" is ASCII, the others are what they are called.
-inline constexpr std::array<std::string_view, 7> CHARSETS = {"IRA",    "GSM",     "UCS2", "HEX",
-                                                             "8859-1", "PCCP437", "UTF-8"};
+inline constexpr std::array<std::string_view, 6> CHARSETS = {"IRA", "GSM",    "UCS2",
+                                                             "HEX", "8859-1", "PCCP437"};
 
 // What `text` means in `charset`. Nothing for what the set does not have.
 std::optional<std::u16string> fromTerminal(std::string_view charset, std::string_view text);
@@ -40,7 +40,6 @@ std::u16string fromSeptets(OctetView septets);
 Octets unpackSeptets(OctetView octets, std::size_t count);
 
 std::optional<std::u16string> fromUtf8(std::string_view text);
-std::string toUtf8(std::u16string_view text);
 
 // High octet first.
 Octets toUcs2Octets(std::u16string_view text);

@@ -67,11 +67,7 @@ Reply readCharset(Modem &modem, const Command &command) {
 }
 
 Reply listCharsets(Modem & /*modem*/, const Command &command) {
-    std::string names;
-    for (const std::string_view name : CHARSETS) {
-        names += (names.empty() ? "" : ",") + inQuotes(name);
-    }
-    return shown(command, "(" + names + ")");
+    return shown(command, listOf(CHARSETS));
 }
 
 Reply setCharset(Modem &modem, const Command &command) {
@@ -88,11 +84,22 @@ Reply readPin(Modem & /*modem*/, const Command &command) { return shown(command,
 // No PIN is asked for, so none can be given.
 Reply setPin(Modem & /*modem*/, const Command & /*command*/) { return cmeError(CME_NOT_ALLOWED); }
 
-// "SC" is the SIM's PIN (TS 27.007, 7.4): it is not asked for, and that cannot be changed.
+// 7.4: the SIM's PIN, fixed dialling, the network's lock and the barrings of calls. None is on, and
+// that cannot be changed.
+constexpr std::array<std::string_view, 8> FACILITIES = {"SC", "FD", "PN", "AO",
+                                                        "OI", "OX", "AI", "IR"};
+
+Reply listLocks(Modem & /*modem*/, const Command &command) {
+    return shown(command, listOf(FACILITIES));
+}
+
 Reply queryLock(Modem & /*modem*/, const Command &command) {
     static constexpr unsigned QUERY = 2;
     const auto mode = numberAt(command, 1, 0, QUERY);
-    if (stringAt(command, 0) != "SC" || !mode) { return badParameter(); }
+    const auto facility = stringAt(command, 0);
+    if (std::find(FACILITIES.begin(), FACILITIES.end(), facility) == FACILITIES.end() || !mode) {
+        return badParameter();
+    }
     return *mode == QUERY ? shown(command, "0") : cmeError(CME_NOT_ALLOWED);
 }
 
@@ -173,8 +180,8 @@ constexpr std::array EQUIPMENT_ROWS{
                .read = readErrorReports, .set = setErrorReports},
     CommandRow{.name = "+CSCS", .arguments = 1, .read = readCharset, .set = setCharset, .test = listCharsets},
     CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
-    CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .ranges = R"(("SC"))",
-               .set = queryLock},
+    CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .set = queryLock,
+               .test = listLocks},
     CommandRow{.name = "+CPWD", .arguments = 3, .needsSim = true, .ranges = R"(("SC",8))",
                .set = setPassword},
     CommandRow{.name = "+CCLK", .arguments = 1, .read = readClock, .set = setClock},

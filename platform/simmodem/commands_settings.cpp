@@ -126,6 +126,70 @@ Reply setFaxClass(Modem & /*modem*/, const Command &command) {
     return numberAt(command, 0, 0, 0, 0) ? done() : badParameter();
 }
 
+// 7.11 and 7.12: neither is on for voice, data and fax (class 7), and only that can be chosen.
+constexpr unsigned QUERY_SERVICE = 2, SERVICE_MODE_MAX = 4;
+
+Reply serviceState(const Command &command, unsigned mode) {
+    static constexpr unsigned DISABLE = 0, ERASE = 4;
+    if (mode == QUERY_SERVICE) { return shown(command, "0,7"); }
+    return mode == DISABLE || mode == ERASE ? done() : cmeError(CME_NOT_ALLOWED);
+}
+
+Reply setForwarding(Modem & /*modem*/, const Command &command) {
+    static constexpr unsigned REASON_MAX = 5;
+    const auto reason = numberAt(command, 0, 0, REASON_MAX);
+    const auto mode = numberAt(command, 1, 0, SERVICE_MODE_MAX);
+    return reason && mode ? serviceState(command, *mode) : badParameter();
+}
+
+Reply readWaiting(Modem &modem, const Command &command) {
+    return shown(command, modem.settings.showsWaitingCalls ? "1" : "0");
+}
+
+Reply setWaiting(Modem &modem, const Command &command) {
+    const auto shows = numberAt(command, 0, 0, 1, modem.settings.showsWaitingCalls ? 1 : 0);
+    const auto mode = numberAt(command, 1, 0, QUERY_SERVICE, 0);
+    if (!shows || !mode) { return badParameter(); }
+    modem.settings.showsWaitingCalls = *shows == 1;
+    return isOmitted(command, 1) ? done() : serviceState(command, *mode);
+}
+
+// 10.1.1: described, though no packet goes.
+constexpr std::array<std::string_view, 2> PACKET_TYPES = {"IP", "IPV6"};
+
+Reply readContexts(Modem &modem, const Command &command) {
+    std::string lines;
+    for (std::size_t i = 0; i < modem.contexts.size(); i++) {
+        const PacketContext &context = modem.contexts.at(i);
+        if (context.type.empty()) { continue; }
+        lines += (lines.empty() ? "" : "\n") + command.name + ": " + std::to_string(i + 1) + "," +
+                 inQuotes(context.type) + "," + inQuotes(context.accessPoint) + ",\"\",0,0";
+    }
+    return done(std::move(lines));
+}
+
+// The number alone takes the context away.
+Reply setContext(Modem &modem, const Command &command) {
+    const auto id = numberAt(command, 0, 1, static_cast<unsigned>(modem.contexts.size()));
+    const auto type = stringAt(command, 1);
+    const bool removes = command.arguments.size() == 1;
+    const bool isKnown =
+        std::find(PACKET_TYPES.begin(), PACKET_TYPES.end(), type) != PACKET_TYPES.end();
+    const bool isText = isOmitted(command, 2) || stringAt(command, 2);
+    if (!id || !(removes || isKnown) || !isText) { return badParameter(); }
+    modem.contexts.at(*id - 1) = {type.value_or(""), stringAt(command, 2).value_or("")};
+    return done();
+}
+
+Reply listContexts(Modem &modem, const Command &command) {
+    std::string lines;
+    for (const std::string_view type : PACKET_TYPES) {
+        lines += (lines.empty() ? "" : "\n") + command.name + ": (1-" +
+                 std::to_string(modem.contexts.size()) + ")," + inQuotes(type) + ",,,(0),(0)";
+    }
+    return done(std::move(lines));
+}
+
 // 7.18 and 6.5: there is no call to list or to end.
 Reply nothing(Modem & /*modem*/, const Command & /*command*/) { return done(); }
 
@@ -139,6 +203,10 @@ constexpr std::array SETTING_ROWS{
     kept("+CSTA"), kept("+CSSN"), kept("+CTZU"), kept("+CTZR"),
     CommandRow{.name = "+WS46", .arguments = 1, .read = readRadio, .set = setRadio, .test = listRadios},
     CommandRow{.name = "+FCLASS", .arguments = 1, .read = readFaxClass, .set = setFaxClass, .test = listFaxClasses},
+    CommandRow{.name = "+CCFC", .arguments = 8, .needsSim = true, .ranges = "(0-5)", .set = setForwarding},
+    CommandRow{.name = "+CCWA", .arguments = 3, .needsSim = true, .ranges = "(0,1)",
+               .read = readWaiting, .set = setWaiting},
+    CommandRow{.name = "+CGDCONT", .arguments = 6, .read = readContexts, .set = setContext, .test = listContexts},
     CommandRow{.name = "+CLCC", .execute = nothing},
     CommandRow{.name = "+CHUP", .execute = nothing},
 };

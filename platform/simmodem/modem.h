@@ -67,6 +67,7 @@ struct Settings {
     std::map<std::string, std::vector<unsigned>> kept; // of the commands in commands_settings.cpp
     bool callerNumber = false;                         // +CLIP
     bool extendedRing = false;                         // +CRC
+    bool showsWaitingCalls = false;                    // +CCWA <n>
 
     char terminator() const { return static_cast<char>(registers.at(3)); }
     char lineFeed() const { return static_cast<char>(registers.at(4)); }
@@ -93,6 +94,11 @@ struct Incoming {
     Kind kind;
     Pdu pdu;
     std::optional<Pdu> report; // follows when this message is received
+};
+
+// +CGDCONT (TS 27.007, 10.1.1); without a type there is none.
+struct PacketContext {
+    std::string type, accessPoint;
 };
 
 struct ModemOptions {
@@ -139,7 +145,8 @@ struct Modem {
     bool simPresent = true;
     unsigned functionality = 1; // +CFUN: 1 for everything, otherwise the radio is off
     bool isAttached = true;     // +CGATT
-    unsigned operatorMode = 0;  // +COPS <mode>
+    std::array<PacketContext, 3> contexts;
+    unsigned operatorMode = 0;                             // +COPS <mode>
     bool isShownRegistered = true, isShownAttached = true; // what +CREG and +CGREG told last
     std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
     bool interjects;            // between command and reply too, as real modems do

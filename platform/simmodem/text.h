@@ -55,4 +55,11 @@ inline std::string inQuotes(std::string_view text) {
     return out;
 }
 
+// ("a","b"): how a test form lists strings.
+template <typename Texts> std::string listOf(const Texts &texts) {
+    std::string list;
+    for (const auto &text : texts) { list += (list.empty() ? "(" : ",") + inQuotes(text); }
+    return list + ")";
+}
+
 } // namespace smspb::simmodem

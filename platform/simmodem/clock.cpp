@@ -2,6 +2,8 @@
 
 #include "text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -106,6 +108,17 @@ std::optional<std::time_t> localTime(std::string_view text) {
     const std::time_t time = std::mktime(&normal);
     const bool isDate = time != -1 && normal.tm_mday == clock.tm_mday;
     return isDate ? std::optional(time) : std::nullopt;
+}
+
+std::string isoTime(Clock::WallTime time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    const auto milli = (time.time_since_epoch() % std::chrono::seconds(1)).count();
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    std::array<char, 32> date{}, zone{};
+    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &local);
+    std::strftime(zone.data(), zone.size(), "%z", &local); // "+0100"
+    return fmt::format("{}.{:03}{:.3}:{}", date.data(), milli, zone.data(), zone.data() + 3);
 }
 
 std::optional<milliseconds> parseDuration(std::string_view text) {

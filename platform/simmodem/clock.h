@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace smspb::simmodem {
@@ -83,6 +84,9 @@ private:
 // A time as people write it on this machine: "2026-11-21 10:00:00", in the local zone. Nothing for
 // another text, or a day that there is not.
 std::optional<std::time_t> localTime(std::string_view text);
+
+// A time in the local zone as ISO 8601 has it: "2026-11-21T10:00:00.000+01:00".
+std::string isoTime(Clock::WallTime time);
 
 // "90", "90s", "250ms", "5m", "1h" or "1d", a year at most; seconds without a unit.
 std::optional<std::chrono::milliseconds> parseDuration(std::string_view text);

@@ -47,7 +47,7 @@ Reply restoreProfile(Modem &modem, const Command & /*command*/) {
 }
 
 Reply restoreFactory(Modem &modem, const Command & /*command*/) {
-    modem.settings = Settings{};
+    modem.settings = modem.factorySettings();
     return done();
 }
 

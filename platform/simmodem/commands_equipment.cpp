@@ -66,15 +66,13 @@ Reply readCharset(Modem &modem, const Command &command) {
     return shown(command, inQuotes(modem.settings.charset));
 }
 
-Reply listCharsets(Modem & /*modem*/, const Command &command) {
-    return shown(command, listOf(CHARSETS));
+Reply listCharsets(Modem &modem, const Command &command) {
+    return shown(command, listOf(modem.charsets));
 }
 
 Reply setCharset(Modem &modem, const Command &command) {
     const auto name = stringAt(command, 0);
-    if (!name || std::find(CHARSETS.begin(), CHARSETS.end(), *name) == CHARSETS.end()) {
-        return badParameter();
-    }
+    if (!name || !modem.offers(*name)) { return badParameter(); }
     modem.settings.charset = *name;
     return done();
 }
@@ -151,8 +149,9 @@ Reply clearFaults(Modem &modem, const Command & /*command*/) {
 
 Reply readFaults(Modem &modem, const Command &command) {
     std::string lines;
-    for (const std::string &line : modem.faults.describe()) {
-        lines += (lines.empty() ? "" : "\n") + command.name + ": " + line;
+    for (const Faults::Count &each : modem.faults.counts()) {
+        lines += (lines.empty() ? "" : "\n") + command.name + ": \"" + each.source + "\"," +
+                 std::to_string(each.met);
     }
     return done(std::move(lines));
 }

@@ -17,16 +17,18 @@ using Json = nlohmann::json;
 // What the command line asks for.
 // NOLINTNEXTLINE(bugprone-exception-escape): only assertions in the move of nlohmann's type
 struct Asked {
-    std::string link, path;
+    std::string link, path, faultFile;
     Json event;
 };
 
 int ask(const Asked &asked) {
     const std::filesystem::path path =
         asked.path.empty() ? controlPathOf(asked.link) : std::filesystem::path(asked.path);
+    Json event = asked.event;
+    if (!asked.faultFile.empty()) { event["faults"] = readFaultFile(asked.faultFile); }
     std::string line;
     try {
-        line = asked.event.dump();
+        line = event.dump();
     } catch (const Json::type_error &) {
         std::fputs("smspb-simmodem ctl: a text of the event is no UTF-8\n", stderr);
         return 1;
@@ -107,6 +109,7 @@ void addOthers(CLI::App &ctl, Asked &asked) {
     addText(ussd, asked, "TEXT", "text", "The text in UTF-8; none for the status alone");
     addNumber(ussd, asked, "--status", "status", "+CUSD <m>: 0 ended, 1 waits for a reply, 2 to 5");
     addNumber(ussd, asked, "--dcs", "dcs", "15, or 72 for UCS-2");
+    addText(ussd, asked, "--code", "code", "Whose replies the script has, with --status 1");
 
     CLI::App &sim = addEvent(ctl, asked, "sim", "The SIM is taken out or put in");
     addText(sim, asked, "ACTION", "action", "remove or insert", true);
@@ -118,8 +121,20 @@ void addOthers(CLI::App &ctl, Asked &asked) {
     CLI::App &fault = addEvent(ctl, asked, "fault", "Adds a fault, or forgets them all");
     addText(fault, asked, "FAULT", "fault", "As --fault takes it, or clear", true);
 
+    CLI::App &faults = addEvent(ctl, asked, "faults", "Adds the faults of a file");
+    faults
+        .add_option_function<std::string>(
+            "FILE", [&asked](const std::string &path) { asked.faultFile = path; },
+            "One fault a line, \"#\" before a comment")
+        ->required()
+        ->type_name("");
+
+    CLI::App &reset =
+        addEvent(ctl, asked, "reset", "The modem forgets all settings, as in a brown-out");
+    addText(reset, asked, "TEXT", "text", "What it says then of its own accord");
+
     CLI::App &raw = addEvent(ctl, asked, "raw", "The modem says a line of its own accord");
-    addText(raw, asked, "LINE", "line", "The line", true);
+    addText(raw, asked, "LINE", "line", "The line; \\n or \\r in it is a line end", true);
 
     CLI::App &advance = addEvent(ctl, asked, "advance", "Time goes by on a driven clock");
     addText(advance, asked, "TIME", "by", "90 or 90s, 250ms, 5m, 1h, 1d", true);
@@ -129,21 +144,25 @@ void addOthers(CLI::App &ctl, Asked &asked) {
 
 } // namespace
 
-void addControlCommand(CLI::App &app, std::function<int()> &run) {
+void addControlCommand(CLI::App &app, const Options &options, std::function<int()> &run) {
     const auto asked = std::make_shared<Asked>();
     CLI::App &ctl = *app.add_subcommand("ctl", "Let something happen to a running simulated modem");
     ctl.require_subcommand(1);
     ctl.fallthrough();
-    auto *const link =
-        ctl.add_option("--link", asked->link, "The modem's link; its socket is LINK.ctl")
-            ->type_name("PATH");
-    auto *const path =
-        ctl.add_option("--ctl", asked->path, "The modem's control socket")->type_name("PATH");
+    ctl.add_option("--link", asked->link, "The modem's link; its socket is LINK.ctl")
+        ->type_name("PATH");
+    ctl.add_option("--ctl", asked->path, "The modem's control socket")->type_name("PATH");
     addMessages(ctl, *asked);
     addOthers(ctl, *asked);
     ctl.footer("Example: smspb-simmodem ctl --link /tmp/modem text +4917012345 'Hello'");
-    ctl.callback([asked, &run, link, path] {
-        if (link->count() + path->count() == 0) { throw CLI::RequiredError("--link or --ctl"); }
+    ctl.callback([asked, &run, &options] {
+        if (asked->link.empty() && asked->path.empty()) {
+            asked->link = options.link;
+            asked->path = options.control;
+        }
+        if (asked->link.empty() && asked->path.empty()) {
+            throw CLI::RequiredError("--link or --ctl");
+        }
         run = [asked] { return ask(*asked); };
     });
 }

@@ -3,9 +3,6 @@
 #include "acknowledgement.h"
 #include "command_table.h"
 
-#include <fmt/format.h>
-#include <spdlog/spdlog.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -22,18 +19,6 @@ Result resultOf(const Fault &fault) {
     }
 }
 
-// Octets of every kind that no reply has, the same each time.
-std::string noise(std::size_t length) {
-    static constexpr unsigned MULTIPLIER = 73, OFFSET = 41;
-    std::string octets;
-    for (unsigned value = 0; octets.size() < length; value = value * MULTIPLIER + OFFSET) {
-        octets += static_cast<char>(static_cast<unsigned char>(value >> 8 | 0x80U));
-        octets += '\0';
-    }
-    octets.resize(length);
-    return octets;
-}
-
 // The forms that ask for data, when the command takes any.
 bool carriesOut(const CommandRow &row, Command::Form form) {
     return form == Command::Form::set || (form == Command::Form::execute && row.execute != nullptr);
@@ -41,25 +26,8 @@ bool carriesOut(const CommandRow &row, Command::Form form) {
 
 } // namespace
 
-std::string visible(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        const auto code = static_cast<unsigned char>(c);
-        if (c == '\r') {
-            out += "\\r";
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (code < ' ' || code > '~') {
-            out += fmt::format("\\x{:02X}", code);
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-Dialogue::Dialogue(Modem &modem, Milliseconds latency, Send send, Drop drop)
-    : modem_(modem), latency_(latency), send_(std::move(send)), drop_(std::move(drop)),
+Dialogue::Dialogue(Modem &modem, TrafficLog &log, Milliseconds latency, Surroundings surroundings)
+    : modem_(modem), log_(log), latency_(latency), surroundings_(std::move(surroundings)),
       timer_(modem.clock) {}
 
 void Dialogue::receive(std::string_view characters) {
@@ -69,6 +37,7 @@ void Dialogue::receive(std::string_view characters) {
 
 void Dialogue::reset() {
     timer_.cancel();
+    logReceived();
     assembler_.reset();
     inbox_.clear();
     run_ = {};
@@ -82,9 +51,11 @@ void Dialogue::pump() {
     std::string echo;
     while (!busy_ && used < inbox_.size()) {
         const char c = inbox_[used++];
-        if (modem_.settings.echo) { echo += c; }
+        if (modem_.echoes()) { echo += c; }
+        received_ += c;
         const auto input = assembler_.take(c, modem_.settings);
         if (!input) { continue; }
+        logReceived();
         if (!echo.empty()) { put(std::exchange(echo, {})); }
         inbox_.erase(0, std::exchange(used, 0));
         take(*input);
@@ -94,8 +65,6 @@ void Dialogue::pump() {
 }
 
 void Dialogue::take(const LineInput &input) {
-    spdlog::trace("< {}{}", input.kind == LineInput::Kind::command ? "AT" : "",
-                  visible(input.text));
     switch (input.kind) {
     case LineInput::Kind::command: return startLine(input.text);
     case LineInput::Kind::tooLong: return finish({Result::Kind::error, 0});
@@ -140,14 +109,19 @@ bool Dialogue::runCommand(const Command &command) {
 
 // Ends the line as the fault says, the command not carried out.
 bool Dialogue::applyRefusal(const Fault &fault) {
-    if (fault.action == Action::silence) {
-        endSilently();
-    } else if (fault.action == Action::drop) {
-        const Milliseconds away = fault.time();
+    const Fault acting = fault;
+    log_.write(TrafficLog::Mark::fault, acting.source);
+    switch (acting.action) {
+    case Action::silence: endSilently(); break;
+    case Action::drop:
         reset();
-        drop_(away);
-    } else {
-        finish(resultOf(fault));
+        surroundings_.drop(acting.time(), Hanging::atOnce);
+        break;
+    case Action::reset:
+        modem_.forgetSettings(acting.text);
+        flushUnsolicited();
+        break;
+    default: finish(resultOf(acting));
     }
     return true;
 }
@@ -167,7 +141,10 @@ bool Dialogue::absorb(Reply reply) {
 }
 
 void Dialogue::askForData() {
-    if (run_.fault && run_.fault->action == Action::noPrompt) { return endSilently(); }
+    if (run_.fault && run_.fault->action == Action::noPrompt) {
+        log_.write(TrafficLog::Mark::fault, run_.fault->source);
+        return endSilently();
+    }
     assembler_.expectData();
     askForMoreData();
 }
@@ -196,23 +173,34 @@ void Dialogue::endSilently() {
 }
 
 void Dialogue::finish(Result result) {
+    surroundings_.keep();
+    const bool spoils = run_.fault && !run_.fault->refuses();
+    if (spoils) { log_.write(TrafficLog::Mark::fault, run_.fault->source); }
     const bool late = run_.fault && run_.fault->action == Action::delay;
     const Milliseconds wait = latency_ + (late ? run_.fault->time() : Milliseconds(0));
     std::string text = spoiled(std::move(run_.information), resultText(modem_.settings, result));
     after(wait, [this, text = std::move(text)]() mutable {
         if (modem_.interjects) { text = interjected(std::move(text)); }
         put(std::move(text));
-        endSilently();
+        const bool hangsUp = run_.fault && run_.fault->action == Action::hangUp;
+        return hangsUp ? hangUp(run_.fault->time()) : endSilently();
     });
 }
 
-std::string Dialogue::spoiled(std::string information, const std::string &result) const {
+void Dialogue::hangUp(Milliseconds away) {
+    reset();
+    surroundings_.drop(away, Hanging::onceRead);
+}
+
+std::string Dialogue::spoiled(std::string information, const std::string &result) {
     if (run_.fault && run_.fault->action == Action::unsolicited) {
         information += unsolicitedText(modem_.settings, run_.fault->text);
     }
     std::string text = std::move(information) + result;
-    if (run_.fault && run_.fault->action == Action::half) { text.resize(text.size() / 2); }
-    if (run_.fault && run_.fault->action == Action::garbage) { text = noise(text.size()); }
+    if (run_.fault && run_.fault->isHalf()) { text.resize(text.size() / 2); }
+    if (run_.fault && run_.fault->action == Action::garbage) {
+        text = modem_.faults.noise(text.size());
+    }
     return text;
 }
 
@@ -227,7 +215,13 @@ void Dialogue::after(Milliseconds wait, std::function<void()> then) {
     });
 }
 
+void Dialogue::logReceived() {
+    if (!received_.empty()) { log_.write(TrafficLog::Mark::received, received_); }
+    received_.clear();
+}
+
 void Dialogue::flushUnsolicited() {
+    if (std::exchange(modem_.hasLostLine, false)) { reset(); }
     if (!inCommand_) { putUnsolicited(); }
 }
 
@@ -256,8 +250,8 @@ void Dialogue::putUnsolicited() {
 
 void Dialogue::put(std::string text) {
     if (text.empty()) { return; }
-    spdlog::trace("> {}", visible(text));
-    send_(std::move(text));
+    log_.write(TrafficLog::Mark::sent, text);
+    surroundings_.send(std::move(text));
 }
 
 } // namespace smspb::simmodem

@@ -7,6 +7,7 @@
 #include "line_assembler.h"
 #include "modem.h"
 #include "reply.h"
+#include "traffic_log.h"
 
 #include <chrono>
 #include <functional>
@@ -16,12 +17,18 @@ namespace smspb::simmodem {
 class Dialogue {
 public:
     using Milliseconds = std::chrono::milliseconds;
-    using Send = std::function<void(std::string)>;
-    using Drop = std::function<void(Milliseconds away)>;
+    enum class Hanging { atOnce, onceRead };
 
-    // `latency` goes before every prompt and reply. `drop` is called when a fault takes the
-    // terminal away; it must not destroy the dialogue.
-    Dialogue(Modem &modem, Milliseconds latency, Send send, Drop drop);
+    struct Surroundings {
+        std::function<void(std::string)> send; // to the terminal
+        // A fault takes the terminal away, at once or when the other side has read what was sent.
+        // Must not destroy the dialogue.
+        std::function<void(Milliseconds away, Hanging)> drop;
+        std::function<void()> keep; // a command line has been carried out and is not answered yet
+    };
+
+    // `latency` goes before every prompt and reply.
+    Dialogue(Modem &modem, TrafficLog &log, Milliseconds latency, Surroundings surroundings);
 
     // Characters from the terminal.
     void receive(std::string_view characters);
@@ -54,25 +61,25 @@ private:
     bool absorb(Reply reply);
     void finish(Result result);
     void endSilently();
-    std::string spoiled(std::string information, const std::string &result) const;
+    void hangUp(Milliseconds away);
+    std::string spoiled(std::string information, const std::string &result);
     void after(Milliseconds wait, std::function<void()> then);
     std::string interjected(std::string text);
     void putUnsolicited();
     void put(std::string text);
+    void logReceived();
 
     Modem &modem_;
+    TrafficLog &log_;
     Milliseconds latency_;
-    Send send_;
-    Drop drop_;
+    Surroundings surroundings_;
     Timer timer_;
     LineAssembler assembler_;
-    std::string inbox_;
+    std::string inbox_;      // not looked at yet
+    std::string received_;   // for the log
     bool busy_ = false;      // a reply or prompt is on its way
     bool inCommand_ = false; // from the line's end to the final result
     Run run_;
 };
-
-// The text with control characters written out, for the trace.
-std::string visible(std::string_view text);
 
 } // namespace smspb::simmodem

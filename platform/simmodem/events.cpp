@@ -209,11 +209,17 @@ Json ussd(Modem &modem, const Json &event) {
     if (answer.form == UssdAnswer::Form::text && !toSeptets(answer.text)) {
         answer.form = UssdAnswer::Form::ucs2;
     }
+    const std::string code = textOf(event, "code", "network"); // the replies stand behind it
+    if (code.empty()) {
+        refuse("\"code\" is empty: the code that the script has before the \"/\"");
+    }
     if (modem.settings.ussdPresentation == 0) {
         return {
             {"shown", false}
         };
     }
+    const bool waits = answer.status == static_cast<unsigned>(UssdStatus::waits);
+    modem.ussd.path = waits ? code : std::string();
     modem.unsolicited.push_back(ussdLine(answer, modem.settings.charset));
     return {
         {"shown", true}
@@ -275,17 +281,30 @@ Json fault(Modem &modem, const Json &event) {
     return Json::object();
 }
 
-Json raw(Modem &modem, const Json &event) {
-    modem.unsolicited.push_back(textOf(event, "line"));
+// All of them or none.
+Json faults(Modem &modem, const Json &event) {
+    const auto texts = event.find("faults");
+    if (texts == event.end() || !texts->is_array()) { refuse("\"faults\" is no list of faults"); }
+    for (const Json &text : *texts) {
+        if (!text.is_string()) { refuse("\"faults\" has what is no text"); }
+        const std::string wrong = Faults().add(text.get<std::string>());
+        if (!wrong.empty()) { refuse(wrong); }
+    }
+    for (const Json &text : *texts) { modem.faults.add(text.get<std::string>()); }
+    return {
+        {"faults", texts->size()}
+    };
+}
+
+Json reset(Modem &modem, const Json &event) {
+    modem.forgetSettings(withLineEnds(textOf(event, "text", "")));
+    receivePending(modem);
     return Json::object();
 }
 
-std::string isoTime(const Clock &clock) {
-    const std::time_t now = clock.wallSeconds();
-    std::tm local{};
-    ::localtime_r(&now, &local);
-    std::array<char, 32> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local)};
+Json raw(Modem &modem, const Json &event) {
+    modem.unsolicited.push_back(withLineEnds(textOf(event, "line")));
+    return Json::object();
 }
 
 Json advance(Modem &modem, const Json &event) {
@@ -299,7 +318,7 @@ Json advance(Modem &modem, const Json &event) {
     }
     if (!modem.clock.advance(*by)) { refuse("the modem's time ends with the year 2099"); }
     return {
-        {"now", isoTime(modem.clock)}
+        {"now", isoTime(modem.clock.wallTime())}
     };
 }
 
@@ -334,7 +353,7 @@ struct Row {
     Json (*carryOut)(Modem &, const Json &);
 };
 
-constexpr std::array<Row, 12> EVENTS{
+constexpr std::array<Row, 14> EVENTS{
     {
      {"text", message},
      {"pdu", pdu},
@@ -345,6 +364,8 @@ constexpr std::array<Row, 12> EVENTS{
      {"sim", sim},
      {"storage", storage},
      {"fault", fault},
+     {"faults", faults},
+     {"reset", reset},
      {"raw", raw},
      {"advance", advance},
      {"status", status},

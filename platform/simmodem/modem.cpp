@@ -1,5 +1,6 @@
 #include "modem.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace smspb::simmodem {
@@ -19,8 +20,21 @@ StorageView Modem::view(std::size_t named) {
     return {std::string(STORAGE_NAMES.at(named)), std::move(members), indexes};
 }
 
+bool Modem::offers(std::string_view charset) const {
+    return std::find(charsets.begin(), charsets.end(), charset) != charsets.end();
+}
+
+// +CSCS begins with what the standard has it begin with, where that is offered.
+Settings Modem::factorySettings() const {
+    Settings factory;
+    if (!offers(factory.charset)) { factory.charset = charsets.front(); }
+    return factory;
+}
+
 void Modem::restart() {
     settings = profile;
+    functionality = 1;
+    selectedPhonebook = 0;
     if (unacknowledged) { pending.push_front(*std::exchange(unacknowledged, std::nullopt)); }
     acknowledgementTimer.cancel();
     held.clear();
@@ -28,6 +42,13 @@ void Modem::restart() {
     ussd.end();
     operatorMode = 0;
     isAttached = true;
+}
+
+void Modem::forgetSettings(const std::string &announcement) {
+    restart();
+    selected = {1, 1, 1};
+    if (!announcement.empty()) { unsolicited.push_back(announcement); }
+    hasLostLine = true;
 }
 
 } // namespace smspb::simmodem

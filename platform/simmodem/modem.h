@@ -1,6 +1,7 @@
 // The state of the simulated modem. Command handlers work on it; it knows no terminal.
 #pragma once
 
+#include "charset.h"
 #include "clock.h"
 #include "faults.h"
 #include "phonebook.h"
@@ -109,6 +110,8 @@ struct ModemOptions {
     std::size_t mePhonebookSize = 100, smPhonebookSize = 250;
     PhonebookLimits phonebookLimits;
     bool interjects = false;
+    bool alwaysEchoes = false;
+    std::vector<std::string> charsets; // that +CSCS offers; none for all
 };
 
 struct Modem {
@@ -118,7 +121,10 @@ struct Modem {
                                                          Storage("SM", options.smSize)},
           phonebooks(makePhonebooks(options.smPhonebookSize, options.mePhonebookSize, number)),
           phonebookLimits(options.phonebookLimits), indexes(options.indexes),
-          interjects(options.interjects) {
+          interjects(options.interjects), alwaysEchoes(options.alwaysEchoes),
+          charsets(options.charsets) {
+        if (charsets.empty()) { charsets.assign(CHARSETS.begin(), CHARSETS.end()); }
+        settings = profile = factorySettings();
         messageProfiles.fill({options.serviceCentre, {}, {}});
     }
 
@@ -150,9 +156,12 @@ struct Modem {
     bool isShownRegistered = true, isShownAttached = true; // what +CREG and +CGREG told last
     std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
     bool interjects;            // between command and reply too, as real modems do
+    bool alwaysEchoes;          // whatever ATE asks for
+    std::vector<std::string> charsets;
     UssdDialogue ussd;
     Timer ussdTimer{clock}; // the answer that comes by itself
     Faults faults;
+    bool hasLostLine = false; // what is under way on the line goes as well
 
     Phonebook &phonebook() { return phonebooks.at(selectedPhonebook); }
     // By its index in STORAGE_NAMES.
@@ -169,8 +178,16 @@ struct Modem {
     // "ME" or "SM"; null for another.
     Storage *findStorage(std::string_view name);
 
+    bool echoes() const { return settings.echo || alwaysEchoes; }
+    bool offers(std::string_view charset) const;
+    Settings factorySettings() const;
+
     // As after power-on: what is stored stays, settings do not.
     void restart();
+
+    // As after a brown-out: even +CPMS is forgotten, and the line that is under way. `announcement`
+    // is said unasked; empty for none.
+    void forgetSettings(const std::string &announcement);
 };
 
 } // namespace smspb::simmodem

@@ -3,6 +3,7 @@
 #define SMSPB_SIMMODEM_PROGRAM_H
 
 #include "modem.h"
+#include "terminal.h"
 
 #include <ctime>
 #include <optional>
@@ -14,10 +15,12 @@ namespace smspb::simmodem {
 struct Options {
     std::string link, control;
     ModemOptions modem;
-    std::vector<std::string> faults, ussdAnswers;
+    std::vector<std::string> faults, faultFiles, ussdAnswers;
+    unsigned seed = 0;
     unsigned latencyMs = 0;
+    Pieces pieces;
+    std::string log;                       // "-" for standard error, empty for none
     std::optional<std::time_t> drivenFrom; // the clock stands there until it is driven
-    bool verbose = false;
 };
 
 // Runs until SIGINT, SIGTERM or SIGHUP. Prints "ready: LINK" once a client may open the link.

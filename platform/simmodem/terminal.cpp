@@ -4,6 +4,7 @@
 #include <asio/write.hpp>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spdlog/spdlog.h>
 #include <stdlib.h> // NOLINT(modernize-deprecated-headers): posix_openpt is POSIX
 #include <termios.h>
@@ -64,7 +65,8 @@ void checkReplaceable(const fs::path &path) {
 
 } // namespace
 
-Terminal::Terminal(asio::io_context &io) : near_(io), far_(io) {
+Terminal::Terminal(asio::io_context &io, Clock &clock, Pieces pieces)
+    : near_(io), far_(io), pieces_(pieces), pause_(clock) {
     near_.assign(checked(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt"));
     checked(::grantpt(near_.native_handle()), "grantpt");
     checked(::unlockpt(near_.native_handle()), "unlockpt");
@@ -80,6 +82,7 @@ void Terminal::start(Receive receive) {
 
 void Terminal::close() {
     std::error_code ignored;
+    pause_.cancel();
     near_.close(ignored);
     far_.close(ignored);
 }
@@ -99,13 +102,34 @@ void Terminal::readSome() {
     });
 }
 
+// poll() waits for what is still on its way through the kernel.
+void Terminal::readAll() {
+    const auto self = shared_from_this();
+    std::array<char, 4096> read{};
+    while (near_.is_open()) {
+        pollfd waiting{near_.native_handle(), POLLIN, 0};
+        if (::poll(&waiting, 1, 0) != 1) { return; }
+        const ssize_t size = ::read(near_.native_handle(), read.data(), read.size());
+        if (size <= 0) { return; }
+        receive_({read.data(), static_cast<std::size_t>(size)});
+    }
+}
+
 void Terminal::write(std::string_view characters) {
     queued_ += characters;
-    if (sending_.empty()) { writeSome(); }
+    if (sending_.empty() && !pause_.runs()) { writeSome(); }
+}
+
+// A count of unread octets would not wait for those that are still on their way.
+bool Terminal::isRead() {
+    pollfd unread{far_.native_handle(), POLLIN, 0};
+    return sending_.empty() && queued_.empty() && ::poll(&unread, 1, 0) == 0;
 }
 
 void Terminal::writeSome() {
-    sending_.swap(queued_);
+    const std::size_t octets = pieces_.octets != 0 ? pieces_.octets : queued_.size();
+    sending_ = queued_.substr(0, octets);
+    queued_.erase(0, octets);
     asio::async_write(near_, asio::buffer(sending_),
                       [self = shared_from_this()](const std::error_code &error, std::size_t) {
                           if (!self->near_.is_open()) { return; }
@@ -114,8 +138,14 @@ void Terminal::writeSome() {
                                             error.message());
                           }
                           self->sending_.clear();
-                          if (!self->queued_.empty()) { self->writeSome(); }
+                          self->writeNext();
                       });
+}
+
+void Terminal::writeNext() {
+    if (queued_.empty()) { return; }
+    if (pieces_.pause.count() == 0) { return writeSome(); }
+    pause_.start(pieces_.pause, [this] { writeSome(); });
 }
 
 TerminalLink::TerminalLink(fs::path path, const std::string &target)

@@ -62,4 +62,18 @@ template <typename Texts> std::string listOf(const Texts &texts) {
     return list + ")";
 }
 
+// "\n", "\r" and "\r\n", as they are typed, are a line end.
+inline std::string withLineEnds(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        std::size_t taken = 1;
+        for (const std::string_view end : {"\\r\\n", "\\n", "\\r"}) {
+            if (text.starts_with(end) && taken == 1) { taken = end.size(); }
+        }
+        out += taken > 1 ? '\n' : text.front();
+        text.remove_prefix(taken);
+    }
+    return out;
+}
+
 } // namespace smspb::simmodem

@@ -32,20 +32,6 @@ bool takeWord(std::string_view &text, std::string_view word) {
     return true;
 }
 
-// "\n" is a line end.
-std::string withLineEnds(std::string_view text) {
-    std::string out;
-    while (!text.empty()) {
-        if (takeWord(text, R"(\n)")) {
-            out += '\n';
-        } else {
-            out += text.front();
-            text.remove_prefix(1);
-        }
-    }
-    return out;
-}
-
 std::string takeDelay(std::string_view &text, UssdAnswer &answer) {
     if (!takeWord(text, "delay=")) { return {}; }
     const std::size_t end = text.find(' ');

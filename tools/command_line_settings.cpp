@@ -9,12 +9,8 @@ void addStatus(CLI::App &app, CommandLine &line) {
     CLI::App *const command =
         addCommand(app, "status", "Show the modem, its SIM, the network and the storages",
                    "  smspb status\n  smspb status --json");
-    command->callback([&line] {
-        line.action = [](const Console &console) {
-            showStatus(console);
-            return Exit::OK;
-        };
-    });
+    command->callback(
+        [&line] { line.action = [](const Console &console) { return showStatus(console); }; });
 }
 
 void addStorageCounts(CLI::App &app, CommandLine &line) {

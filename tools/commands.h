@@ -77,7 +77,7 @@ Exit listen(const Console &console, const ListenOptions &options);
 Exit ussd(const Console &console, const UssdOptions &options);
 
 // status
-void showStatus(const Console &console);
+Exit showStatus(const Console &console); // NO_ANSWER of a modem that is silent
 
 // The storage that an option names; the SIM when it names none.
 u32 storageCode(const std::string &option);

@@ -1,5 +1,6 @@
-// status: what the modem says of itself, its SIM and the network. A modem that does not know a
-// command leaves its part unknown; only one that does not answer at all is a failure.
+// status: what the modem says of itself, its SIM and the network, and the manager of itself. A
+// modem that does not know a command leaves its part unknown; only one that does not answer at all
+// is a failure, and the manager's part is shown all the same.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "tools/commands.h"
+#include "tools/manager_status.h"
 #include "tools/modem.h"
 
 namespace smspb::cli {
@@ -102,10 +104,12 @@ std::string inWords(const Json &storages) {
     return orUnknown(fmt::format("{}", fmt::join(words, ", ")));
 }
 
-} // namespace
+struct ModemStatus {
+    Fields fields;
+    Json json;
+};
 
-void showStatus(const Console &console) {
-    requireManager();
+ModemStatus modemStatus() {
     ask("AT", "reach the modem");
     const std::string maker = told("+CGMI"), model = told("+CGMM"), revision = told("+CGMR");
     const std::string imei = told("+CGSN"), sim = told("+CPIN", "?");
@@ -123,8 +127,7 @@ void showStatus(const Console &console) {
     fields.add("network", network.empty() ? state : fmt::format("{}, {}", network, state));
     fields.add("signal", signal ? fmt::format("{} dBm", *signal) : UNKNOWN);
     fields.add("storages", inWords(storages));
-    console.show(fields);
-    console.document({
+    Json json = {
         {"manufacturer",                                  maker},
         {       "model",                                  model},
         {    "revision",                               revision},
@@ -134,7 +137,39 @@ void showStatus(const Console &console) {
         {    "operator",                                network},
         {  "signal_dbm", signal ? Json(*signal) : Json(nullptr)},
         {    "storages",                               storages}
-    });
+    };
+    return {std::move(fields), std::move(json)};
+}
+
+// A document of another shape than ours is shown as JSON alone.
+std::optional<Fields> managerFields(const std::optional<Json> &manager) {
+    if (!manager) { return std::nullopt; }
+    try {
+        return describeManager(*manager);
+    } catch (const Json::exception &) { return std::nullopt; }
+}
+
+} // namespace
+
+Exit showStatus(const Console &console) {
+    requireManager();
+    const std::optional<Json> manager = managerStatus();
+    ModemStatus status;
+    std::optional<Failure> failure;
+    try {
+        status = modemStatus();
+    } catch (const Failure &silence) { failure = silence; }
+    if (const auto fields = managerFields(manager)) {
+        status.fields.append(*fields);
+    } else {
+        status.fields.add("manager", "tells nothing of itself");
+    }
+    status.json["manager"] = manager ? *manager : Json(nullptr);
+    if (failure) { status.json["error"] = toJson(*failure); }
+    console.show(status.fields);
+    console.document(status.json);
+    if (failure) { console.complain(*failure); }
+    return failure ? failure->exit : Exit::OK;
 }
 
 } // namespace smspb::cli

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -18,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include "comm/zeldcard_common.h"
+#include "platform/ipc/ipc_server.h"
 #include "support/tool.h"
 #include "tools/text.h"
 
@@ -518,13 +521,13 @@ TEST_F(ToolWithModem, AnotherStorageIsUsedAndTheModemsChoiceRestored) {
 
 TEST_F(ToolWithModem, StatusShowsTheModemItsSimTheNetworkAndTheStorages) {
     sendToSelf("one");
-    EXPECT_EQ(run({"status"}).out, "modem:     smspb simulated modem\n"
-                                   "revision:  1.0.0\n"
-                                   "IMEI:      490154203237518\n"
-                                   "SIM:       READY\n"
-                                   "network:   smspb network, registered, home\n"
-                                   "signal:    -71 dBm\n"
-                                   "storages:  SM 1 of 50\n");
+    EXPECT_TRUE(contains(run({"status"}).out, "modem:     smspb simulated modem\n"
+                                              "revision:  1.0.0\n"
+                                              "IMEI:      490154203237518\n"
+                                              "SIM:       READY\n"
+                                              "network:   smspb network, registered, home\n"
+                                              "signal:    -71 dBm\n"
+                                              "storages:  SM 1 of 50\n"));
     const Json status = json({"status"});
     EXPECT_EQ(status["operator"], "smspb network");
     EXPECT_EQ(status["signal_dbm"], -71);
@@ -547,6 +550,84 @@ TEST_F(ToolWithModem, StatusLeavesOutWhatTheModemDoesNotTell) {
                                      "storages:  unknown\n"))
         << result;
     EXPECT_EQ(json({"status"})["signal_dbm"], nullptr);
+}
+
+TEST_F(ToolWithModem, StatusShowsTheManagerBesideTheModem) {
+    sendToSelf("one");
+    const std::string terminal = (directory_ / "terminal").string();
+    const Result result = run({"status"});
+    EXPECT_TRUE(contains(result.out, "\nmanager:   1.0.0, process ")) << result;
+    EXPECT_TRUE(contains(result.out, "\ntty:       " + terminal +
+                                         " at 115200 baud, in step\n"
+                                         "running:   nothing\n"
+                                         "waiting:   nothing\n"))
+        << result;
+    EXPECT_TRUE(contains(result.out, "send 1")) << result;
+    EXPECT_TRUE(contains(result.out, "\ncounted:   texts sent 1")) << result;
+    const Json manager = json({"status"})["manager"];
+    EXPECT_EQ(manager["tty"]["path"], terminal);
+    EXPECT_EQ(manager["tty"]["open"], true);
+    EXPECT_EQ(manager["counters"]["requests"]["send"], 1);
+    EXPECT_EQ(manager["counters"]["requests"]["status"], 2);
+    EXPECT_EQ(manager["counters"]["texts_sent"], 1);
+    EXPECT_EQ(manager["counters"]["results"].size(), 9U);
+}
+
+TEST_F(ToolWithModem, StatusTellsTheManagersPartOfAModemThatIsGone) {
+    modem_->stop();
+    Result result;
+    ASSERT_TRUE(becomes([&] {
+        result = run({"status"});
+        return contains(result.out, "closed: cannot open ");
+    })) << result;
+    EXPECT_EQ(result.code, NO_ANSWER) << result;
+    EXPECT_TRUE(contains(result.out, "modem lost 1\n")) << result;
+    EXPECT_TRUE(contains(result.err, "cannot reach the modem")) << result;
+    const Json status = Json::parse(run({"status", "--json"}).out);
+    EXPECT_EQ(status["error"]["exit_code"], NO_ANSWER);
+    EXPECT_EQ(status["manager"]["counters"]["lost"], 1);
+}
+
+// A manager of somebody else's, which knows nothing but commands.
+class OtherManager {
+public:
+    OtherManager() : thread_([this] { serve(); }) {}
+    ~OtherManager() {
+        ends_ = true;
+        thread_.join();
+    }
+
+private:
+    void serve() {
+        while (!ends_) {
+            const auto block = server_.receive(10ms);
+            if (!block) { continue; }
+            const bool isCommand = block->messageId() == 0x1040008f;
+            const std::string reply = isCommand ? "\r\nOK\r\n" : "";
+            const std::array<u32, 3> words = {isCommand ? 0U : 1U, 0U,
+                                              static_cast<u32>(reply.size())};
+            std::string response(reinterpret_cast<const char *>(words.data()), sizeof(words));
+            response += reply;
+            zeldcard_send_response(block->get(), block->messageId(), response.data(),
+                                   static_cast<u32>(response.size()));
+        }
+    }
+
+    std::atomic<bool> ends_{false};
+    smspb::ipc::Server server_{1};
+    std::thread thread_;
+};
+
+TEST_F(Tool, StatusOfAManagerThatTellsNothingOfItselfIsTheModemsAlone) {
+    for (const auto &[name, value] : environment()) {
+        if (name == "SMSPB_RUNTIME_DIR") { setenv(name.c_str(), value.c_str(), 1); }
+    }
+    const OtherManager manager;
+    const Result result = run({"status"});
+    EXPECT_EQ(result.code, OK) << result;
+    EXPECT_TRUE(contains(result.out, "storages:  unknown\nmanager:   tells nothing of itself\n"))
+        << result;
+    EXPECT_EQ(json({"status"})["manager"], nullptr);
 }
 
 TEST_F(ToolWithModem, StorageShowsBothAndWhatTheyAreFor) {
@@ -691,7 +772,9 @@ TEST_F(ToolWithModem, TheTableIsWrappedToTheTerminalAndNothingRawGoesThere) {
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0) {
-        for (const auto &[name, value] : environment()) { setenv(name.c_str(), value.c_str(), 1); }
+        for (const auto &[name, value] : environment()) {
+            if (name == "SMSPB_RUNTIME_DIR") { setenv(name.c_str(), value.c_str(), 1); }
+        }
         // Progress goes to standard error, which is not the terminal here.
         dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
         execl(SMSPB_PROGRAM, "smspb", "inbox", nullptr);

@@ -4,22 +4,21 @@
 #include <array>
 #include <cstdio>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <string_view>
 
-#include "support/random.h"
 #include "support/simmodem.h"
 
 namespace {
 
 using simulated::Quiet;
-using support::Random;
 
 // The terminal of a modem whose network is the only sender: counts what has come for good.
 class Terminal {
 public:
-    explicit Terminal(u32 seed) : random_(seed) {}
+    explicit Terminal(unsigned seed) : random_(seed) {}
 
     void play(int steps) {
         for (int step = 0; step < steps && !testing::Test::HasFailure(); step++) { playStep(); }
@@ -37,16 +36,18 @@ public:
     const std::map<std::string, int> &received() const { return received_; }
 
 private:
+    unsigned below(unsigned bound) { return static_cast<unsigned>(random_()) % bound; }
+
     void playStep() {
-        static constexpr u32 WHOLE = 16;
-        const u32 kind = random_.below(WHOLE);
+        static constexpr unsigned WHOLE = 16;
+        const unsigned kind = below(WHOLE);
         if (kind < 6) { return sendToItself(); }
         if (kind < 8) { return chooseRoute(); }
         if (kind < 9) { return chooseStorage(); }
-        if (kind < 10) { return setService(random_.below(3) != 0); }
+        if (kind < 10) { return setService(below(3) != 0); }
         if (kind < 11) { return letTimePass(); }
         if (kind < 13) { return emptyStorages(); }
-        acknowledge(random_.below(4) == 0);
+        acknowledge(below(4) == 0);
     }
 
     // Two octets of data, numbered, of every class and of none.
@@ -55,19 +56,19 @@ private:
         std::array<char, 5> number{};
         std::snprintf(number.data(), number.size(), "%04X", ++sent_);
         EXPECT_EQ(modem_.ask("AT+CMGS=15"), "\r\n> ");
-        converse("0001000B915155001000F000" + std::string(CODINGS[random_.below(5)]) + "02" +
+        converse("0001000B915155001000F000" + std::string(CODINGS[below(5)]) + "02" +
                      number.data() + "\x1A",
                  "");
     }
 
     void chooseRoute() {
         static constexpr std::array<const char *, 4> ROUTES = {"2,0", "2,1", "2,2", "3,3"};
-        converse("AT+CNMI=" + std::string(ROUTES[random_.below(4)]));
+        converse("AT+CNMI=" + std::string(ROUTES[below(4)]));
     }
 
     void chooseStorage() {
         static constexpr std::array<const char *, 3> NAMES = {"ME", "SM", "MT"};
-        converse("AT+CPMS=\"MT\",,\"" + std::string(NAMES[random_.below(3)]) + "\"");
+        converse("AT+CPMS=\"MT\",,\"" + std::string(NAMES[below(3)]) + "\"");
     }
 
     // The end of the service counts as an acknowledgement.
@@ -129,14 +130,14 @@ private:
     Quiet modem_{
         {"--clock", "driven", "--me-size", "2", "--sm-size", "2"}
     };
-    Random random_;
+    std::mt19937 random_; // the same on every machine
     int sent_ = 0;
     bool acknowledges_ = false;
     std::string awaited_;
     std::map<std::string, int> received_;
 };
 
-class Deliveries : public testing::TestWithParam<u32> {};
+class Deliveries : public testing::TestWithParam<unsigned> {};
 
 TEST_P(Deliveries, AreNeitherLostNorDoubledWhateverTheRouteAndTheRoom) {
     Terminal terminal(GetParam());

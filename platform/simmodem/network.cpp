@@ -131,10 +131,12 @@ void receivePending(Modem &modem) {
     for (; !waiting.empty(); waiting.pop_front()) {
         Incoming &incoming = waiting.front();
         const Outcome outcome = receive(modem, incoming);
-        if (outcome == Outcome::waits) { modem.pending.push_back(std::move(incoming)); }
-        if (outcome != Outcome::received || !incoming.report) { continue; }
-        const Incoming report{Incoming::Kind::report, *incoming.report, std::nullopt};
-        if (receive(modem, report) == Outcome::waits) { modem.pending.push_back(report); }
+        if (outcome == Outcome::waits) {
+            modem.pending.push_back(std::move(incoming));
+        } else if (outcome == Outcome::received && incoming.report) {
+            const Incoming report{Incoming::Kind::report, *incoming.report, std::nullopt};
+            if (receive(modem, report) == Outcome::waits) { modem.pending.push_back(report); }
+        }
     }
 }
 

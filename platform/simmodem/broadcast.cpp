@@ -12,8 +12,8 @@ namespace {
 
 // TS 23.041, 9.4.1.
 constexpr std::size_t CONTENT_OCTETS = 82, CONTENT_SEPTETS = 93, PAGES_MAX = 15;
-constexpr std::uint8_t DCS_GSM = 0x0F, DCS_UCS2 = 0x48; // TS 23.038, 5
-constexpr unsigned ROUTE = 2;                           // +CNMI <bm>
+constexpr std::uint8_t PAGE_GSM = 0x0F, PAGE_UCS2 = 0x48; // TS 23.038, 5
+constexpr unsigned ROUTE = 2;                             // +CNMI <bm>
 
 std::uint8_t octet(std::size_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
 
@@ -65,9 +65,10 @@ std::optional<std::vector<Octets>> broadcastPages(const Broadcast &broadcast,
     std::vector<Octets> pages = contents(text, broadcast.ucs2);
     if (pages.size() > PAGES_MAX) { return std::nullopt; }
     for (std::size_t i = 0; i < pages.size(); i++) {
-        const Octets head{octet(broadcast.serialNumber >> 8U), octet(broadcast.serialNumber),
-                          octet(broadcast.identifier >> 8U),   octet(broadcast.identifier),
-                          broadcast.ucs2 ? DCS_UCS2 : DCS_GSM, octet((i + 1) << 4U | pages.size())};
+        const Octets head{
+            octet(broadcast.serialNumber >> 8U),   octet(broadcast.serialNumber),
+            octet(broadcast.identifier >> 8U),     octet(broadcast.identifier),
+            broadcast.ucs2 ? PAGE_UCS2 : PAGE_GSM, octet((i + 1) << 4U | pages.size())};
         pages[i].insert(pages[i].begin(), head.begin(), head.end());
     }
     return pages;

@@ -8,8 +8,8 @@
 namespace smspb::simmodem {
 namespace {
 
-constexpr unsigned DCS_DEFAULT = 15; // TS 23.038, 5: GSM alphabet, language unspecified
-constexpr unsigned DCS_UCS2 = 72;    // general coding, UCS-2
+constexpr unsigned USSD_GSM = 15;  // TS 23.038, 5: GSM alphabet, language unspecified
+constexpr unsigned USSD_UCS2 = 72; // general coding, UCS-2
 constexpr unsigned DELAY_MAX_MS = 600000;
 constexpr unsigned CME_MAX = 1000;
 
@@ -119,10 +119,10 @@ std::string ussdLine(const UssdAnswer &answer, std::string_view charset) {
     using Form = UssdAnswer::Form;
     std::string line = "+CUSD: " + std::to_string(answer.status);
     if (answer.form == Form::none) { return line; }
-    unsigned dcs = DCS_DEFAULT;
+    unsigned dcs = USSD_GSM;
     std::string text;
     if (answer.form == Form::ucs2) {
-        dcs = DCS_UCS2;
+        dcs = USSD_UCS2;
         text = toHex(toUcs2Octets(answer.text));
     } else if (answer.form == Form::packed) {
         text = toHex(packForUssd(answer.text));

@@ -152,6 +152,34 @@ def dialogues():
     yield "two at the same time", ready + b"cAT\0cATI\0" + OK + b"\0\r\nmodem\r\n" + OK
 
 
+def simmodem():
+    """What the conversations with the simulated modem send; see simmodem_line.cpp."""
+    names = {"CR": "\r", "LF": "\n", "BS": "\b", "ESC": "\x1b", "CTRL-Z": "\x1a"}
+
+    def expanded(line):
+        def stands_for(match):
+            code = match.group(1)
+            return chr(int(code, 16)) if re.fullmatch("[0-9A-F]{2}", code) else names.get(code, "")
+        return re.sub(r"<([^<>]+)>", stands_for, line)
+
+    for path in sorted(VECTORS.glob("at_dialogues*.txt")):
+        sentence, sent = None, b""
+        for line in path.read_text(encoding="utf-8").splitlines() + ["[]"]:
+            if line.startswith("["):
+                if sent:
+                    yield sentence, sent
+                sentence, sent = line[1:-1], b""
+            elif line.startswith("let "):
+                name, text_ = line[4:].split("=", 1)
+                names[name.strip()] = expanded(text_.strip())
+            elif line.startswith("> "):
+                text_ = expanded(line[2:])
+                sent += text_.encode("latin-1", "replace")
+                sent += b"" if text_[-1:] in ("\r", "\x1a", "\x1b") else b"\r"
+            elif line.startswith("! "):
+                sent += b"\xff" + {"text": b"m", "ring": b"r", "sim": b"s"}.get(line.split()[1], b"\1")
+
+
 TARGETS = {
     "pdu_text": lambda: [*collect(["framing", "received", "pdu_refusals", "compose"], "pdu")],
     "tpdu_octets": lambda: [*collect(["deliver", "submit", "status_report", "address", "timestamp",
@@ -190,6 +218,7 @@ TARGETS = {
     "response_record": lambda: [*responses()],
     "manager_records": lambda: [*requests()],
     "manager_tty": lambda: [*dialogues()],
+    "simmodem_line": lambda: [*simmodem()],
 }
 
 

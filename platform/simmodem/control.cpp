@@ -20,6 +20,9 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t LINE_OCTETS_MAX = 65536;
 
+constexpr std::size_t ANSWER_OCTETS_MAX = 16UL * 1024 * 1024;
+constexpr std::chrono::seconds ANSWER_TIME{30};
+
 constexpr std::size_t CLIENTS_MAX = 16;
 constexpr std::chrono::milliseconds ACCEPT_AGAIN{100};
 
@@ -95,6 +98,17 @@ Protocol::endpoint endpointAt(const fs::path &path) {
     }
 }
 
+std::string unanswered(const asio::error_code &error, const std::string &begun) {
+    if (error == asio::error::timed_out) {
+        return "the simulated modem did not answer within " + std::to_string(ANSWER_TIME.count()) +
+               " seconds";
+    }
+    if (error == asio::error::not_found) { return "the simulated modem's answer does not end"; }
+    return std::string("the simulated modem went away ") +
+           (begun.empty() ? "without an answer" : "in the middle of its answer") + ": " +
+           error.message();
+}
+
 } // namespace
 
 Control::Control(asio::io_context &io, fs::path path, Answer answer)
@@ -147,6 +161,11 @@ void Control::welcome(Protocol::socket socket) {
 fs::path controlPathOf(const fs::path &link) { return link.string() + ".ctl"; }
 
 std::string askControl(const fs::path &path, const std::string &line) {
+    if (line.size() >= LINE_OCTETS_MAX) {
+        throw std::runtime_error(
+            "the event takes " + std::to_string(line.size()) +
+            " octets, which is too much: " + std::to_string(LINE_OCTETS_MAX - 1) + " at most");
+    }
     asio::io_context io;
     Protocol::socket socket(io);
     asio::error_code error;
@@ -155,14 +174,18 @@ std::string askControl(const fs::path &path, const std::string &line) {
         throw std::runtime_error("no simulated modem listens at " + path.string() + ": " +
                                  error.message());
     }
-    asio::write(socket, asio::buffer(line + "\n"), error);
+    const std::string sending = line + "\n";
     std::string answer;
-    if (!error) {
-        asio::read_until(socket, asio::dynamic_buffer(answer, LINE_OCTETS_MAX), '\n', error);
-    }
-    if (error) {
-        throw std::runtime_error("the simulated modem did not answer: " + error.message());
-    }
+    error = asio::error::timed_out;
+    // A refused line is answered before it has been read: what becomes of the writing says nothing.
+    asio::async_write(socket, asio::buffer(sending), [](asio::error_code, std::size_t) {});
+    asio::async_read_until(socket, asio::dynamic_buffer(answer, ANSWER_OCTETS_MAX), '\n',
+                           [&](asio::error_code done, std::size_t) {
+                               error = done;
+                               io.stop();
+                           });
+    io.run_for(ANSWER_TIME);
+    if (error) { throw std::runtime_error(unanswered(error, answer)); }
     answer.resize(answer.find('\n'));
     return answer;
 }

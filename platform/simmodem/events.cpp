@@ -4,6 +4,7 @@
 #include "charset.h"
 #include "message_text.h"
 #include "network.h"
+#include "status.h"
 #include "text.h"
 
 #include <nlohmann/json.hpp>
@@ -322,31 +323,7 @@ Json advance(Modem &modem, const Json &event) {
     };
 }
 
-Json status(Modem &modem, const Json & /*event*/) {
-    Json storages = Json::object();
-    for (const Storage &each : modem.storages) {
-        storages[each.name()] = {
-            {"used", each.used()},
-            {"size", each.size()}
-        };
-    }
-    Json phonebooks = Json::object();
-    for (const Phonebook &each : modem.phonebooks) {
-        phonebooks[each.name()] = {
-            {"used", each.used()},
-            {"size", each.size()}
-        };
-    }
-    return {
-        {      "storages",                 storages},
-        {    "phonebooks",               phonebooks},
-        {       "pending",     modem.pending.size()},
-        {          "held",        modem.held.size()},
-        {   "unsolicited", modem.unsolicited.size()},
-        {           "sim",         modem.simPresent},
-        {"last_reference",      modem.lastReference}
-    };
-}
+Json status(Modem &modem, const Json & /*event*/) { return statusOf(modem); }
 
 struct Row {
     const char *name;

@@ -22,12 +22,16 @@ enum class ErrorReports { off = 0, numeric = 1, text = 2 };
 // +CNMI (TS 27.005, 3.4.1).
 struct IndicationSettings {
     unsigned mode = 2, mt = 0, bm = 0, ds = 0, bfr = 0;
+
+    bool operator==(const IndicationSettings &) const = default;
 };
 
 // +CSCB (TS 27.005, 3.3.4).
 struct BroadcastSettings {
     unsigned mode = 0;
     std::string identifiers, codings;
+
+    bool operator==(const BroadcastSettings &) const = default;
 };
 
 // +CSMP (TS 27.005, 3.3.3): what a message entered in text mode has beside number and text.
@@ -35,6 +39,8 @@ struct TextParameters {
     std::uint8_t first = 17; // TP-MTI and the flags of a SUBMIT
     Octets validity = {167}; // TP-VP: an octet, or seven of an absolute or enhanced one
     std::uint8_t pid = 0, dcs = 0;
+
+    bool operator==(const TextParameters &) const = default;
 };
 
 // What AT&F sets back to these values and ATZ to the profile of AT&W.
@@ -70,6 +76,8 @@ struct Settings {
     bool extendedRing = false;                         // +CRC
     bool showsWaitingCalls = false;                    // +CCWA <n>
 
+    bool operator==(const Settings &) const = default;
+
     char terminator() const { return static_cast<char>(registers.at(3)); }
     char lineFeed() const { return static_cast<char>(registers.at(4)); }
     char eraser() const { return static_cast<char>(registers.at(5)); }
@@ -87,6 +95,8 @@ struct MessageProfile {
     std::string serviceCentre;
     TextParameters textParameters;
     BroadcastSettings broadcasts;
+
+    bool operator==(const MessageProfile &) const = default;
 };
 
 // What the network has for this modem.
@@ -95,11 +105,15 @@ struct Incoming {
     Kind kind;
     Pdu pdu;
     std::optional<Pdu> report; // follows when this message is received
+
+    bool operator==(const Incoming &) const = default;
 };
 
 // +CGDCONT (TS 27.007, 10.1.1); without a type there is none.
 struct PacketContext {
     std::string type, accessPoint;
+
+    bool operator==(const PacketContext &) const = default;
 };
 
 struct ModemOptions {
@@ -114,49 +128,59 @@ struct ModemOptions {
     std::vector<std::string> charsets; // that +CSCS offers; none for all
 };
 
-struct Modem {
-    explicit Modem(const ModemOptions &options)
+// What outlives the power: the SIM, and what the modem itself writes down.
+struct Memory {
+    explicit Memory(const ModemOptions &options)
         : number(options.number),
           serviceCentre(options.serviceCentre), storages{Storage("ME", options.meSize),
                                                          Storage("SM", options.smSize)},
-          phonebooks(makePhonebooks(options.smPhonebookSize, options.mePhonebookSize, number)),
-          phonebookLimits(options.phonebookLimits), indexes(options.indexes),
-          interjects(options.interjects), alwaysEchoes(options.alwaysEchoes),
-          charsets(options.charsets) {
-        if (charsets.empty()) { charsets.assign(CHARSETS.begin(), CHARSETS.end()); }
-        settings = profile = factorySettings();
+          phonebooks(makePhonebooks(options.smPhonebookSize, options.mePhonebookSize, number)) {
         messageProfiles.fill({options.serviceCentre, {}, {}});
     }
 
-    Clock clock;
     std::string number;
     std::string serviceCentre; // empty for none
-    Settings settings, profile;
+    Settings profile;          // of AT&W
     std::array<MessageProfile, 2> messageProfiles;
     std::array<Storage, 2> storages;
     std::array<std::size_t, USE_COUNT> selected = {1, 1, 1}; // index in STORAGE_NAMES
     std::vector<Phonebook> phonebooks;
-    PhonebookLimits phonebookLimits;
-    IndexScheme indexes;
-    std::size_t selectedPhonebook = 0; // index in `phonebooks`
     std::uint8_t lastReference = 0;
     std::deque<Incoming> pending;           // from the network, waiting for room
     std::optional<Incoming> unacknowledged; // handed over while +CSMS is 1
-    Timer acknowledgementTimer{clock};      // runs once that one has been put out
-    std::deque<std::string> held;           // unsolicited, kept back by +CNMI mode 0
+    std::uint8_t nextConcatenation = 0;     // of messages from the network
+    std::uint16_t nextSerialNumber = 0;     // of cell broadcast
+    std::array<PacketContext, 3> contexts;
+    std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
+
+    bool operator==(const Memory &) const = default;
+};
+
+struct Modem : Memory {
+    explicit Modem(const ModemOptions &options)
+        : Memory(options), phonebookLimits(options.phonebookLimits), indexes(options.indexes),
+          interjects(options.interjects), alwaysEchoes(options.alwaysEchoes),
+          charsets(options.charsets) {
+        if (charsets.empty()) { charsets.assign(CHARSETS.begin(), CHARSETS.end()); }
+        settings = profile = factorySettings();
+    }
+
+    Clock clock;
+    Settings settings;
+    PhonebookLimits phonebookLimits;
+    IndexScheme indexes;
+    std::size_t selectedPhonebook = 0; // index in `phonebooks`
+    Timer acknowledgementTimer{clock}; // runs once what was handed over has been put out
+    std::deque<std::string> held;      // unsolicited, kept back by +CNMI mode 0
     std::deque<std::string>
         unsolicited; // to go out as soon as no command runs; lines joined by "\n"
-    std::uint8_t nextConcatenation = 0; // of messages from the network
-    std::uint16_t nextSerialNumber = 0; // of cell broadcast
     bool simPresent = true;
     unsigned functionality = 1; // +CFUN: 1 for everything, otherwise the radio is off
     bool isAttached = true;     // +CGATT
-    std::array<PacketContext, 3> contexts;
-    unsigned operatorMode = 0;                             // +COPS <mode>
+    unsigned operatorMode = 0;  // +COPS <mode>
     bool isShownRegistered = true, isShownAttached = true; // what +CREG and +CGREG told last
-    std::time_t clockAhead = 0; // seconds that +CCLK is set ahead of the clock
-    bool interjects;            // between command and reply too, as real modems do
-    bool alwaysEchoes;          // whatever ATE asks for
+    bool interjects;   // between command and reply too, as real modems do
+    bool alwaysEchoes; // whatever ATE asks for
     std::vector<std::string> charsets;
     UssdDialogue ussd;
     Timer ussdTimer{clock}; // the answer that comes by itself

@@ -171,6 +171,9 @@ void addManners(CLI::App &app, Options &options) {
 void addRecords(CLI::App &app, Options &options) {
     addText(app, "--clock", "driven[=TIME]", "The modem's time moves by \"ctl advance\" alone",
             [&options](std::string_view text) { return readClock(text, options); });
+    app.add_option("--state", options.state,
+                   "File that keeps over the end of the program what a modem keeps over power-off")
+        ->type_name("FILE");
     CLI::Option *const log =
         app.add_option("--log", options.log, "File for what passes on the line; - for stderr")
             ->type_name("FILE");

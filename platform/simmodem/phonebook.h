@@ -12,6 +12,8 @@ struct Contact {
     std::string number; // as it was written
     unsigned type;      // of address: 145 international, 129 otherwise
     std::u16string name;
+
+    bool operator==(const Contact &) const = default;
 };
 
 struct PhonebookLimits {
@@ -40,6 +42,8 @@ public:
     void put(std::size_t index, std::optional<Contact> contact) {
         places_.at(index - 1) = std::move(contact);
     }
+
+    bool operator==(const Phonebook &) const = default;
 
 private:
     std::string name_;

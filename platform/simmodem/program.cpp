@@ -4,6 +4,7 @@
 #include "dialogue.h"
 #include "events.h"
 #include "network.h"
+#include "state.h"
 
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
@@ -41,12 +42,20 @@ public:
         if (options.drivenFrom) { modem_.clock.drive(*options.drivenFrom); }
         if (!options.log.empty()) { log_.open(options.log); }
         takeScripts();
-        modem_.clock.observe([this] { setAlarm(); }, [this] { dialogue_.flushUnsolicited(); });
+        if (!options.state.empty()) { state_.emplace(options.state, modem_); }
+        modem_.clock.observe([this] { setAlarm(); },
+                             [this] {
+                                 keepState();
+                                 dialogue_.flushUnsolicited();
+                             });
         signals_.async_wait([this](const std::error_code &, int) { io_.stop(); });
         appear();
     }
 
-    void run() { io_.run(); }
+    void run() {
+        io_.run();
+        keepState();
+    }
 
 private:
     void takeScripts() {
@@ -65,7 +74,12 @@ private:
                     hanging == Dialogue::Hanging::atOnce ? vanish(away)
                                                          : vanishOnceRead(away, READ_TRIES);
                 },
-                [] {}};
+                [this] { keepState(); }};
+    }
+
+    // Before anybody is told of what has changed.
+    void keepState() {
+        if (state_) { state_->keep(); }
     }
 
     // What the control socket asks for; what goes out waits while a command runs.
@@ -84,6 +98,7 @@ private:
                 {"error", error.what()}
             };
         }
+        keepState();
         dialogue_.flushUnsolicited();
         return answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
@@ -108,6 +123,7 @@ private:
         isLeaving_ = false;
         log_.write(TrafficLog::Mark::event, "the terminal is there");
         receivePending(modem_);
+        keepState();
     }
 
     // A hang-up takes away what the other side has not read, so that is given a moment to.
@@ -138,6 +154,7 @@ private:
     Timer comeback_;
     bool isLeaving_ = false; // nothing is taken from the terminal any more
     TrafficLog log_;
+    std::optional<StateFile> state_;
     std::shared_ptr<Terminal> terminal_;
     std::unique_ptr<TerminalLink> link_;
     Dialogue dialogue_;

@@ -19,6 +19,7 @@ struct Options {
     unsigned seed = 0;
     unsigned latencyMs = 0;
     Pieces pieces;
+    std::string state;                     // file, empty for none
     std::string log;                       // "-" for standard error, empty for none
     std::optional<std::time_t> drivenFrom; // the clock stands there until it is driven
 };

@@ -1,6 +1,7 @@
 #include "storage.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace smspb::simmodem {
 
@@ -9,9 +10,13 @@ std::size_t Storage::used() const {
         places_.begin(), places_.end(), [](const auto &place) { return place.has_value(); }));
 }
 
-StoredMessage *Storage::find(std::size_t index) {
+const StoredMessage *Storage::find(std::size_t index) const {
     if (!hasPlace(index) || !places_[index - 1]) { return nullptr; }
     return &*places_[index - 1];
+}
+
+StoredMessage *Storage::find(std::size_t index) {
+    return const_cast<StoredMessage *>(std::as_const(*this).find(index));
 }
 
 std::optional<std::size_t> Storage::add(StoredMessage message) {

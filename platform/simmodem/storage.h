@@ -15,6 +15,8 @@ enum class MessageStatus { unread = 0, read = 1, unsent = 2, sent = 3 };
 struct StoredMessage {
     MessageStatus status;
     Pdu pdu;
+
+    bool operator==(const StoredMessage &) const = default;
 };
 
 class Storage {
@@ -30,12 +32,20 @@ public:
 
     // The message at `index`; null for an empty place and for one that does not exist.
     StoredMessage *find(std::size_t index);
+    const StoredMessage *find(std::size_t index) const;
 
     // Puts a message in the first empty place and returns its index; nothing when full.
     std::optional<std::size_t> add(StoredMessage message);
 
     // Empties a place that exists.
     void remove(std::size_t index) { places_.at(index - 1).reset(); }
+
+    // Into a place that exists, whatever it holds.
+    void put(std::size_t index, StoredMessage message) {
+        places_.at(index - 1) = std::move(message);
+    }
+
+    bool operator==(const Storage &) const = default;
 
 private:
     std::string name_;

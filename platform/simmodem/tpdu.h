@@ -32,6 +32,8 @@ struct Pdu {
     Octets tpdu;
 
     std::string text() const; // upper-case hexadecimal
+
+    bool operator==(const Pdu &) const = default;
 };
 
 // SMS-SUBMIT, TS 23.040, 9.2.2.2.

@@ -776,42 +776,6 @@ INSTANTIATE_TEST_SUITE_P(
             "StorageAction", {"storage", "shake", "sm"}, "\"shake\" is neither fill nor clear"}),
     [](const auto &event) { return std::string(event.param.name); });
 
-// A program that speaks to the control socket by itself.
-class RawClient {
-public:
-    explicit RawClient(const fs::path &path) : socket_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
-        const timeval limit{5, 0};
-        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        connected_ =
-            ::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    }
-    ~RawClient() { ::close(socket_); }
-    RawClient(const RawClient &) = delete;
-    RawClient &operator=(const RawClient &) = delete;
-
-    [[nodiscard]] bool connected() const { return connected_; }
-
-    bool send(const std::string &octets) const {
-        return ::send(socket_, octets.data(), octets.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(octets.size());
-    }
-
-    // Up to and with the next line end; what there is when the other side hangs up.
-    [[nodiscard]] std::string readLine() const {
-        std::string line;
-        char c = 0;
-        while (!line.ends_with('\n') && ::recv(socket_, &c, 1, 0) == 1) { line += c; }
-        return line;
-    }
-
-private:
-    int socket_;
-    bool connected_ = false;
-};
-
 TEST(Control, ALineThatIsNoEventIsRefusedAndTheNextOneTaken) {
     Quiet modem;
     const RawClient client(modem.link().string() + ".ctl");

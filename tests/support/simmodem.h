@@ -7,6 +7,9 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -111,6 +114,7 @@ public:
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
 
+    pid_t pid() const { return pid_; }
     bool runs() const { return pid_ > 0; } // not ended by end() yet
 
     std::string readLine() {
@@ -174,6 +178,13 @@ public:
 
     fs::path link() const { return directory_ / "modem"; }
     Process &process() { return process_; }
+
+    // To the control socket; what is printed.
+    std::string control(const std::vector<std::string> &event) {
+        std::vector<std::string> words{"ctl", "--link", link().string()};
+        words.insert(words.end(), event.begin(), event.end());
+        return Process(words).end().output;
+    }
 
     // Through the control socket, as its users do.
     void letHappen(const std::vector<std::string> &event) {
@@ -242,6 +253,42 @@ public:
         : Modem(std::move(options), zone) {
         ask("ATE0");
     }
+};
+
+// A program that speaks to the control socket by itself.
+class RawClient {
+public:
+    explicit RawClient(const fs::path &path) : socket_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+        const timeval limit{5, 0};
+        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        connected_ =
+            ::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    }
+    ~RawClient() { ::close(socket_); }
+    RawClient(const RawClient &) = delete;
+    RawClient &operator=(const RawClient &) = delete;
+
+    [[nodiscard]] bool connected() const { return connected_; }
+
+    bool send(const std::string &octets) const {
+        return ::send(socket_, octets.data(), octets.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(octets.size());
+    }
+
+    // Up to and with the next line end; what there is when the other side hangs up.
+    [[nodiscard]] std::string readLine() const {
+        std::string line;
+        char c = 0;
+        while (!line.ends_with('\n') && ::recv(socket_, &c, 1, 0) == 1) { line += c; }
+        return line;
+    }
+
+private:
+    int socket_;
+    bool connected_ = false;
 };
 
 } // namespace simulated

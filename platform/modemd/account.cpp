@@ -8,9 +8,6 @@
 namespace smspb::modemd {
 namespace {
 
-constexpr unsigned COMPLAINTS_MAX = 64; // about one process
-constexpr std::chrono::seconds COMPLAINTS_TIME{10};
-
 double inMilliseconds(Clock::duration time) {
     return std::chrono::duration<double, std::milli>(time).count();
 }
@@ -50,18 +47,30 @@ void Ledger::drop(const Account &account) {
     logClosed(account, "dropped, its asker hung up");
 }
 
-bool Ledger::mayComplain(const Asker &asker) {
-    const Clock::time_point now = Clock::now();
-    if (now - complaintsSince_ >= COMPLAINTS_TIME) {
-        complaints_.clear();
-        complaintsSince_ = now;
+bool Ledger::mayLog(const Asker &asker) {
+    using Limit = LogLimit<pid_t>;
+    const Limit::Verdict verdict = aboutAskers_.judge(asker.process);
+    if (verdict == Limit::Verdict::LAST) {
+        spdlog::warn("{} fails again and again: not logged for {} s", describe(asker),
+                     Limit::TIME.count());
     }
-    const unsigned count = ++complaints_[asker.process];
-    if (count == COMPLAINTS_MAX + 1) {
-        spdlog::warn("{} fails again and again: not logged for the next {} s", describe(asker),
-                     COMPLAINTS_TIME.count());
+    return verdict == Limit::Verdict::LOG;
+}
+
+void Ledger::countReport(bool isTold, std::string_view name) {
+    using Limit = LogLimit<std::string>;
+    if (isTold) { counters_.reports++; }
+    const Limit::Verdict verdict = aboutReports_.judge(std::string(name));
+    if (verdict == Limit::Verdict::LAST) {
+        spdlog::warn("report {} comes again and again: not logged for {} s", name,
+                     Limit::TIME.count());
     }
-    return count <= COMPLAINTS_MAX;
+    if (verdict != Limit::Verdict::LOG) { return; }
+    if (isTold) {
+        spdlog::info("report told: {}", name);
+    } else {
+        spdlog::error("report {} not told to everybody", name);
+    }
 }
 
 } // namespace smspb::modemd

@@ -6,12 +6,12 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/ipc/peer.h"
+#include "platform/modemd/log_limit.h"
 #include "platform/modemd/records.h"
 
 namespace smspb::modemd {
@@ -47,18 +47,18 @@ public:
     void close(const Account &account, const Answer &answer);
     // The asker hung up before its turn came.
     void drop(const Account &account);
-    void countReport() { counters_.reports++; }
+    void countReport(bool isTold, std::string_view name);
 
-    // Whether one more complaint about the process may go to the log: one that does nothing but
-    // fail must not fill it. Says so itself when it begins to leave them out.
-    bool mayComplain(const Asker &asker);
+    // Whether one more line about the process may go to the log. Says so itself when it begins to
+    // leave them out.
+    bool mayLog(const Asker &asker);
 
     const Counters &counters() const { return counters_; }
 
 private:
     Counters counters_;
-    std::map<pid_t, unsigned> complaints_; // in the time that runs
-    Clock::time_point complaintsSince_{};
+    LogLimit<pid_t> aboutAskers_;
+    LogLimit<std::string> aboutReports_; // by their names
 };
 
 } // namespace smspb::modemd

@@ -37,16 +37,10 @@ std::string_view reportName(std::string_view lines) {
 
 } // namespace
 
-bool notifyReport(std::string_view lines) {
+void notifyReport(std::string_view lines, Ledger &ledger) {
     const u32 status =
         zeldcard_send_notify(REPORT_NOTIFICATION, lines.data(), static_cast<u32>(lines.size()));
-    const std::string_view name = reportName(lines);
-    if (status == IPC_OK) {
-        spdlog::info("report told: {}", name);
-    } else {
-        spdlog::error("report {} not told to everybody: status {}", name, status);
-    }
-    return status == IPC_OK;
+    ledger.countReport(status == IPC_OK, reportName(lines));
 }
 
 // A request in the queue, and the process behind it.
@@ -59,7 +53,9 @@ public:
         face_.answer(block_, account, answer);
     }
     void drop(const Account &account) override {
-        spdlog::info("request dropped: its asker hung up before it started");
+        if (face_.ledger_.mayLog(account.asker)) {
+            spdlog::info("request dropped: its asker hung up before it started");
+        }
         face_.ledger_.drop(account);
     }
 
@@ -117,7 +113,7 @@ void IpcFace::takeRequest(ipc::Block block) {
         queue_->add({std::move(request), std::move(account),
                      std::make_unique<Asking>(*this, std::move(block))});
     } catch (const MalformedRequest &error) {
-        if (ledger_.mayComplain(account.asker)) {
+        if (ledger_.mayLog(account.asker)) {
             spdlog::warn("request 0x{:08x} of {} refused: {}", block.messageId(),
                          describe(account.asker), error.what());
         }
@@ -142,7 +138,7 @@ bool IpcFace::isWaiting(const ipc::Block &request) const {
 void IpcFace::answer(const ipc::Block &request, const Account &account, const Answer &answer) {
     const bool isFailure = answer.result != Result::CARRIED_OUT &&
                            answer.result != Result::MALFORMED && answer.result != Result::TOO_MANY;
-    if (isFailure && ledger_.mayComplain(account.asker)) {
+    if (isFailure && ledger_.mayLog(account.asker)) {
         spdlog::warn("{} failed: {}", account.name, describe(answer.result));
     }
     ledger_.close(account, respond(request, account, answer));
@@ -171,7 +167,7 @@ void IpcFace::send(const ipc::Block &request, const Account &account,
     if (request.kind() == ONE_WAY) { return; }
     const u32 status = zeldcard_send_response(request.get(), request.messageId(), response.data(),
                                               static_cast<u32>(response.size()));
-    if (status == IPC_OK) { return; }
+    if (status == IPC_OK || !ledger_.mayLog(account.asker)) { return; }
     if (server_.senderWaits(request)) {
         spdlog::warn("{}: answer not delivered: status {}", account.name, status);
     } else {

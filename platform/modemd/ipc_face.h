@@ -20,9 +20,8 @@
 
 namespace smspb::modemd {
 
-// Notifies the subscribers of an unsolicited line or lines, each ended by "\r\n". False when not
-// all of them could be told.
-bool notifyReport(std::string_view lines);
+// Notifies the subscribers of an unsolicited line or lines, each ended by "\r\n".
+void notifyReport(std::string_view lines, Ledger &ledger);
 
 class IpcFace {
 public:

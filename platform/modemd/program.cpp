@@ -60,7 +60,7 @@ public:
         : face_(loop_, std::chrono::seconds(options.keepTransfers), ledger_),
           engine_(
               loop_, options.device, options.baud,
-              [this](std::string_view lines) { report(lines); },
+              [this](std::string_view lines) { notifyReport(lines, ledger_); },
               [this](bool isSilent) { queue_.setModemSilent(isSilent); }),
           service_(engine_),
           queue_(
@@ -83,10 +83,6 @@ public:
     }
 
 private:
-    void report(std::string_view lines) {
-        if (notifyReport(lines)) { ledger_.countReport(); }
-    }
-
     // The command that runs is finished first; who waits, or comes meanwhile, is turned away.
     void onSignal(int number) {
         spdlog::info("ending on signal {}", number);

@@ -117,7 +117,7 @@ TEST_P(HardModem, SendsAndReadsALongTextWhole) {
 
 TEST_P(HardModem, SavesCountsAndDeletesMessages) {
     ASSERT_EQ(InitSMS(), SMS_OK);
-    u32 index = 0;
+    u32 index = 0xFFFFFFFF; // to be filled in
     ASSERT_EQ(SaveSMS(number(u"123").data(), units(u"kept").data(), 3, &index, NO_TIME), SMS_OK);
     EXPECT_EQ(readMessage(index).text, u"kept");
     u16 counts[2] = {0, 0};

@@ -27,7 +27,7 @@ NOTIFICATION, REQUEST, RESPONSE = 0, 1, 2
 REPORT, RUN, SEND, STORE = 0x10400090, 0x1040008F, 0x104000AF, 0x104000B1
 HEADER = struct.Struct("=4I")  # kind, message id, payload octets, session id
 ANSWER = struct.Struct("=3I")  # result, 1 for the path of a file, octets of the reply
-RECORD_MAX, LINE_MAX, WAITING_MAX, CONNECTIONS_MAX = 1025, 4096, 256, 500
+RECORD_MAX, LINE_MAX, REPLY_MAX, WAITING_MAX, CONNECTIONS_MAX = 1025, 4096, 262144, 256, 500
 WAIT, WAIT_MAX, PROMPT_WAIT, MESSAGE_WAIT = 3.0, 19.0, 5.0, 34.0  # seconds, as all that follow
 STEP_WAIT, QUIET, OPEN_AGAIN, KEEP_FILE = 1.0, 0.3, 0.5, 60.0
 ESC, CTRL_Z = b"\x1b", b"\x1a"
@@ -35,8 +35,10 @@ FINAL = (b"OK", b"ERROR", b"+CMS ERROR:", b"+CME ERROR:")
 # V.250, TS 27.007, TS 27.005 (3.4.1). What answers AT+CREG? has a second number, the report none.
 REPORTS = re.compile(rb'(RING\b|\^[A-Z]+|\+(?:CMTI?|CBMI?|CDSI?|CUSD|CRING|CLIP|CCWA|CSSI|CSSU|CGEV'
                      rb'|CIEV|CTZV|CTZE)(?=:))|\+C[GE]?REG: *\d+\s*(?:$|,\s*")')
+# A report that the next line belongs to. [5]
 UNFINISHED = re.compile(rb'\+(?:CMT|CBM):[^\n]*\n|\+CDS: *,?\d+\s*\n'
                         rb'|\+CUSD: *\d+,"(?!.*"(?:,\d+)?\s*$).*', re.DOTALL)
+Loop = selectors.BaseSelector
 
 
 class Failed(Exception):
@@ -47,7 +49,7 @@ def log(text: str) -> None:
     print(text, file=sys.stderr, flush=True)
 
 
-def turn(loop: selectors.BaseSelector, seconds: float | None) -> None:
+def turn(loop: Loop, seconds: float | None) -> None:
     for key, _ in loop.select(seconds):
         key.data()
 
@@ -61,11 +63,11 @@ def ends_reply(line: bytes, markers: tuple[bytes, ...]) -> bool:
 class Modem:
     """The tty: replies to those who ask [4], what the modem says by itself to `tell` [5]."""
 
-    def __init__(self, device: str, loop: selectors.BaseSelector, tell: Callable[[bytes], None]) -> None:
+    def __init__(self, device: str, loop: Loop, tell: Callable[[bytes], None]) -> None:
         self.device, self.loop, self.tell = device, loop, tell
         self.fd = -1
         self.rest = self.blank = self.report = b""  # as far as they came: a line, "\r\n", a report
-        self.written = self.reply = b""
+        self.written = self.command = self.reply = b""
         self.markers: tuple[bytes, ...] | None = None  # None: lines are no part of a reply
         self.owed = 0  # final results
 
@@ -83,15 +85,13 @@ class Modem:
             return
         for escape in (b"", ESC + b"\r"):
             self.write(escape + b"ATE0Q0V1\r", None)
-            if self.wait(functools.partial(self.owes_less, self.owed), STEP_WAIT):
-                # Perhaps it was late, and another follows; or the modem never took an earlier command.
+            owed = self.owed
+            if self.wait(lambda: self.owed < owed, STEP_WAIT):
+                # Either it was late and another one follows, or an earlier command has none.
                 self.wait(lambda: self.owed == 0, QUIET)
                 self.owed = 0
                 return
         raise Failed("the modem does not answer")
-
-    def owes_less(self, than: int) -> bool:
-        return self.owed < than
 
     def open_tty(self) -> int:
         fd = os.open(self.device, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
@@ -109,6 +109,8 @@ class Modem:
     def read(self) -> None:
         try:
             octets = os.read(self.fd, LINE_MAX)
+        except BlockingIOError:
+            return
         except OSError:
             octets = b""
         if not octets:
@@ -124,7 +126,7 @@ class Modem:
 
     def take(self, line: bytes) -> None:
         if self.written and line.startswith(self.written):  # the echo
-            line, self.written = line.removeprefix(self.written), b""
+            line, self.written = line.removeprefix(self.written).lstrip(CTRL_Z), b""
         final = self.owed > 0 and ends_reply(line, FINAL)
         if self.report and not final or self.is_report(line):
             self.report += line
@@ -147,7 +149,7 @@ class Modem:
         if self.owed == 0 and self.markers is None:
             return line.strip() != b""
         known = REPORTS.match(line)
-        asked = known and known[1] and re.search(re.escape(known[1]) + rb"=?\?", self.command)
+        asked = known and known[1] and re.search(re.escape(known[1]) + rb"(=?\?|;|$)", self.command)
         return known is not None and not asked
 
     def wait(self, done: Callable[[], bool], seconds: float) -> bool:
@@ -160,6 +162,8 @@ class Modem:
             turn(self.loop, left)
             if self.fd < 0:
                 raise Failed("the modem went away")
+            if len(self.reply) > REPLY_MAX:
+                raise Failed(f"a reply of more than {REPLY_MAX} octets")
         return True
 
     def write(self, text: bytes, markers: tuple[bytes, ...] | None) -> None:
@@ -237,7 +241,7 @@ def parse_command(record: bytes) -> Job:
 
 def parse_message(record: bytes, at: int) -> Job:
     text = take_text(record, at)
-    need(re.fullmatch(rb"([0-9A-Fa-f]{2})+", text) is not None, "the PDU is no row of hexadecimal pairs")
+    need(re.fullmatch(rb"([0-9A-Fa-f]{2})+", text) is not None, "no row of hexadecimal pairs")
     octets = len(text) // 2 - 1 - int(text[:2], 16)
     need(octets > 0, "the PDU ends in its service-centre part")
     if at == 4:
@@ -250,7 +254,9 @@ def parse_message(record: bytes, at: int) -> Job:
 
 def parse(message_id: int, record: bytes) -> Job:
     need(message_id in (RUN, SEND, STORE), f"{message_id:#x} is no request of a modem manager")
-    return parse_command(record) if message_id == RUN else parse_message(record, 4 if message_id == SEND else 8)
+    if message_id == RUN:
+        return parse_command(record)
+    return parse_message(record, 4 if message_id == SEND else 8)
 
 
 class Manager:
@@ -266,7 +272,8 @@ class Manager:
         try:
             fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
-            sys.exit("another process serves destination 1")
+            self.lock.seek(0)
+            sys.exit(f"destination 1 is already served by process {self.lock.read().strip()}")
         self.lock.truncate(0)
         print(os.getpid(), file=self.lock, flush=True)
         for left in (folder / "dest-1", *folder.glob("transfer-*")):
@@ -283,7 +290,8 @@ class Manager:
         except OSError:
             return
         connection.setblocking(False)
-        self.loop.register(connection, selectors.EVENT_READ, functools.partial(self.receive, connection))
+        receive = functools.partial(self.receive, connection)
+        self.loop.register(connection, selectors.EVENT_READ, receive)
         if len(self.loop.get_map()) > CONNECTIONS_MAX:
             self.close(connection)
 
@@ -308,9 +316,9 @@ class Manager:
         except Failed as failure:
             self.refuse(answer, failure)
 
-    def answer(self, connection: socket.socket, message_id: int, session_id: int, record: bytes) -> None:
+    def answer(self, connection: socket.socket, request: int, session: int, record: bytes) -> None:
         try:
-            connection.send(HEADER.pack(RESPONSE, message_id, len(record), session_id) + record)
+            connection.send(HEADER.pack(RESPONSE, request, len(record), session) + record)
         except OSError:
             log("an answer nobody waits for")
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Texts go out and come back, reports, pages and USSD answers arrive, contacts are kept: command line
 # tool, library, modem manager and simulated modem. Installs what is missing, builds, shows it, stops
-# everything.
+# everything. SMSPB_MANAGER names another program to take for the modem manager.
 set -euo pipefail
+manager_program=${SMSPB_MANAGER:+$(realpath "$SMSPB_MANAGER")}
 # shellcheck source=scripts/common.sh
 . "$(dirname "$0")/common.sh"
 
@@ -73,7 +74,7 @@ build/host/platform/simmodem/smspb-simmodem --link "$tty" --number "$own_number"
     >"$SMSPB_RUNTIME_DIR/modem.log" 2>&1 &
 modem=$!
 await_ready "$SMSPB_RUNTIME_DIR/modem.log"
-build/host/platform/modemd/smspb-modemd --device "$tty" >"$SMSPB_RUNTIME_DIR/manager.log" 2>&1 &
+"${manager_program:-build/host/platform/modemd/smspb-modemd}" --device "$tty" >"$SMSPB_RUNTIME_DIR/manager.log" 2>&1 &
 manager=$!
 await_ready "$SMSPB_RUNTIME_DIR/manager.log"
 echo "modem on $tty, own number $own_number"

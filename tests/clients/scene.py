@@ -72,7 +72,7 @@ def play(scene, steps):
         try:
             step(scene)
             print(f"ok      {name}", flush=True)
-        except (AssertionError, subprocess.TimeoutExpired) as failure:
+        except (AssertionError, OSError, subprocess.TimeoutExpired) as failure:
             failures[step.__name__] = str(failure)
             print(f"FAILED  {name}\n{failure}", flush=True)
     return failures
@@ -91,14 +91,14 @@ def write_report(path, name, steps, failures):
 
 
 def run_steps(client, package, steps, scene_type, description):
-    """The exit status of a test of the program `client` from Debian's `package`."""
+    """The exit status of a test of the program `client` from Debian's `package`, or of our own."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--simmodem", required=True)
     parser.add_argument("--modemd")
     parser.add_argument("--tool")
     parser.add_argument("--report")
     programs = parser.parse_args()
-    if shutil.which(client) is None:
+    if package is not None and shutil.which(client) is None:
         print(f"{client} is not installed (Debian package {package})")
         return SKIPPED
     with tempfile.TemporaryDirectory(prefix=f"smspb-{client}-") as folder:

@@ -39,9 +39,11 @@ class ManagerScene(Scene):
         with super().modem(), open(self.log, "wb") as log:
             with subprocess.Popen([self.programs.modemd, "--device", self.link], stderr=log,
                                   stdout=subprocess.PIPE, env=self.environment) as self.manager:
-                equal(self.manager.stdout.readline(), b"ready\n")
-                yield
-                self.manager.terminate()
+                try:
+                    equal(self.manager.stdout.readline(), b"ready\n")
+                    yield
+                finally:
+                    self.manager.terminate()
 
     def trace(self):
         return self.log.read_text(errors="replace")
@@ -381,7 +383,8 @@ def ends_on_sigterm_with_nothing_owed(scene):
 STEPS = (shows_the_modem, sends_short_long_and_unicode_texts, lists_and_deletes_them,
          passes_a_delivery_report_to_a_listener, asks_by_ussd, keeps_contacts,
          gives_the_reply_exactly, takes_the_echo_away, answers_again_on_the_same_connection,
-         keeps_a_long_reply_in_a_file, ends_a_reply_at_a_marker_or_after_the_wait, refuses_malformed_records,
+         keeps_a_long_reply_in_a_file, ends_a_reply_at_a_marker_or_after_the_wait,
+         refuses_malformed_records,
          keeps_reports_out_of_replies, removes_what_a_dead_listener_left,
          goes_on_when_a_client_is_killed_in_mid_request, drops_what_was_given_up_before_its_turn,
          answers_right_after_a_silent_modem, gives_no_late_reply_to_the_next_one,

@@ -29,10 +29,10 @@ ModemOptions smallOptions() {
 class Conversation {
 public:
     Conversation()
-        : modem_(smallOptions()),
-          dialogue_(
-              modem_, std::chrono::milliseconds(0), [this](std::string text) { said_ += text; },
-              [](std::chrono::milliseconds) {}) {
+        : modem_(smallOptions()), log_(modem_.clock),
+          dialogue_(modem_, log_, std::chrono::milliseconds(0),
+                    {[this](const std::string &text) { said_ += text; },
+                     [](std::chrono::milliseconds, Dialogue::Hanging) {}, [] {}}) {
         modem_.clock.drive(1795255200); // 2026-11-21
         modem_.clock.observe([] {}, [this] { dialogue_.flushUnsolicited(); });
     }
@@ -90,6 +90,7 @@ private:
     void pass(Clock::Duration time) { modem_.clock.advance(time); }
 
     Modem modem_;
+    TrafficLog log_; // without a file
     Dialogue dialogue_;
     std::string said_;
 };

@@ -142,11 +142,15 @@ Reply readCallerNumber(Modem &modem, const Command &command) {
     return shown(command, modem.settings.callerNumber ? "1,1" : "0,1");
 }
 
-Reply setCallerNumber(Modem &modem, const Command &command) {
-    const auto shows = numberAt(command, 0, 0, 1, 0);
-    if (!shows) { return badParameter(); }
-    modem.settings.callerNumber = *shows == 1;
+Reply setFlag(bool &flag, const Command &command) {
+    const auto value = numberAt(command, 0, 0, 1, 0);
+    if (!value) { return badParameter(); }
+    flag = *value == 1;
     return done();
+}
+
+Reply setCallerNumber(Modem &modem, const Command &command) {
+    return setFlag(modem.settings.callerNumber, command);
 }
 
 Reply readExtendedRing(Modem &modem, const Command &command) {
@@ -154,10 +158,7 @@ Reply readExtendedRing(Modem &modem, const Command &command) {
 }
 
 Reply setExtendedRing(Modem &modem, const Command &command) {
-    const auto extends = numberAt(command, 0, 0, 1, 0);
-    if (!extends) { return badParameter(); }
-    modem.settings.extendedRing = *extends == 1;
-    return done();
+    return setFlag(modem.settings.extendedRing, command);
 }
 
 // clang-format off

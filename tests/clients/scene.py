@@ -93,9 +93,9 @@ def write_report(path, name, steps, failures):
 def run_steps(client, package, steps, scene_type, description):
     """The exit status of a test of the program `client` from Debian's `package`, or of our own."""
     parser = argparse.ArgumentParser(description=description)
-    parser.add_argument("--simmodem", required=True)
-    parser.add_argument("--modemd")
-    parser.add_argument("--tool")
+    parser.add_argument("--simmodem", type=os.path.abspath, required=True)
+    parser.add_argument("--modemd", type=os.path.abspath)
+    parser.add_argument("--tool", type=os.path.abspath)
     parser.add_argument("--report")
     programs = parser.parse_args()
     if package is not None and shutil.which(client) is None:

@@ -61,7 +61,8 @@ report = yes
             smsd.wait(SOON)
 
     def trace(self):
-        return (self.folder / "log").read_text(errors="replace")
+        log = self.folder / "log"
+        return log.read_text(errors="replace") if log.exists() else ""
 
 
 def handles_its_outbox_and_what_comes_in(scene):

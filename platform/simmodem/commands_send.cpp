@@ -102,14 +102,17 @@ Reply writePdu(const Command &command) {
 
 // 3.5.3: +CMGW[=<oa/da>[,<tooa/toda>[,<stat>]]]
 Reply writeText(const Modem &modem, const Command &command) {
-    const auto name = isOmitted(command, 2) ? std::string(statusName(MessageStatus::unsent))
-                                            : stringAt(command, 2);
-    const auto status = name ? statusFromName(*name) : std::nullopt;
+    MessageStatus status = MessageStatus::unsent;
+    if (!isOmitted(command, 2)) {
+        const auto wanted = statusFromName(stringAt(command, 2).value_or(""));
+        if (!wanted) { return badParameter(); }
+        status = *wanted;
+    }
     const bool named = !isOmitted(command, 0);
-    if (!status || (!named && !isOmitted(command, 1))) { return badParameter(); }
+    if (!named && !isOmitted(command, 1)) { return badParameter(); }
     const auto address = named ? dialledAddress(modem, command, 0) : addressField("");
     if (!address) { return badParameter(); }
-    return askForText(*address, isReceived(*status), storing(command, *status));
+    return askForText(*address, isReceived(status), storing(command, status));
 }
 
 Reply write(Modem &modem, const Command &command) {

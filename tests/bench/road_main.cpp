@@ -2,6 +2,9 @@
 // processes of their own; beside it the two bare round trips that are on this road.
 #include <benchmark/benchmark.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -9,6 +12,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -71,10 +75,45 @@ constexpr Trip TRIPS[] = {
     {   "command, whole road/pty", overTerminal},
 };
 
-double median(std::vector<double> all) {
-    const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
-    std::nth_element(all.begin(), middle, all.end());
-    return *middle;
+// What `share` of them do not exceed.
+double quantile(std::vector<double> *all, double share) {
+    const auto at = static_cast<std::ptrdiff_t>(share * static_cast<double>(all->size() - 1));
+    std::nth_element(all->begin(), all->begin() + at, all->end());
+    return (*all)[static_cast<std::size_t>(at)];
+}
+
+// Several processes ask as fast as they are answered.
+constexpr int ASKERS = 8;
+constexpr int COMMANDS_EACH = 250;
+
+bool askFromAll(const Road &road) {
+    std::vector<pid_t> askers;
+    for (int i = 0; i < ASKERS; i++) {
+        const pid_t asker = fork();
+        if (asker == 0) {
+            bool isAnswered = true;
+            for (int j = 0; j < COMMANDS_EACH; j++) { isAnswered = askModem(road) && isAnswered; }
+            _exit(isAnswered ? 0 : 1);
+        }
+        askers.push_back(asker);
+    }
+    bool isAnswered = true;
+    for (const pid_t asker : askers) {
+        int status = -1;
+        isAnswered = waitpid(asker, &status, 0) == asker && status == 0 && isAnswered;
+    }
+    return isAnswered;
+}
+
+void timeAskers(benchmark::State &state, const Road &road) {
+    double seconds = 0, commands = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        const Clock::time_point begin = Clock::now();
+        if (!askFromAll(road)) { state.SkipWithError("not every one is answered"); }
+        seconds += std::chrono::duration<double>(Clock::now() - begin).count();
+        commands += ASKERS * COMMANDS_EACH;
+    }
+    state.counters["commands_per_second"] = commands / seconds;
 }
 
 // The three take turns, so that each finds the processors and the scheduler as the others do; only
@@ -90,7 +129,11 @@ void timeTrip(benchmark::State &state, const Road &road, const Trip &counted) {
             if (&trip == &counted) { nanoseconds.push_back(took.count()); }
         }
     }
-    if (!nanoseconds.empty()) { state.counters["trip"] = median(std::move(nanoseconds)); }
+    if (nanoseconds.empty()) { return; }
+    const double sum = std::accumulate(nanoseconds.begin(), nanoseconds.end(), 0.0);
+    state.counters["trip"] = quantile(&nanoseconds, 0.5);
+    state.counters["p99"] = quantile(&nanoseconds, 0.99);
+    state.counters["mean"] = sum / static_cast<double>(nanoseconds.size());
 }
 
 int timeAll(const Road &road, int argc, char **argv) {
@@ -102,6 +145,9 @@ int timeAll(const Road &road, int argc, char **argv) {
         benchmark::RegisterBenchmark(trip.name,
                                      [&](benchmark::State &state) { timeTrip(state, road, trip); });
     }
+    benchmark::RegisterBenchmark("commands of eight processes/ours", [&](benchmark::State &state) {
+        timeAskers(state, road);
+    })->Iterations(1);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) { return 2; }
     benchmark::RunSpecifiedBenchmarks();

@@ -58,6 +58,7 @@ class Results:
 
     def __init__(self, directory):
         times, self.lines, self.context = {}, {}, {}
+        road = {}
         for path in sorted(glob.glob(os.path.join(directory, "*.json"))):
             with open(path, encoding="utf-8") as file:
                 result = json.load(file)
@@ -69,6 +70,10 @@ class Results:
                 clock = "trip" if "trip" in run else "cpu_time"
                 times.setdefault((case, clock), []).append(run[clock])
                 self.lines[case] = int(run.get("logLines", 0))
+                for figure in ("trip", "p99", "mean", "commands_per_second"):
+                    if figure in run:
+                        road.setdefault((case, figure), []).append(run[figure])
+        self.road = {key: statistics.median(all_of_it) for key, all_of_it in road.items()}
         self.times = {key: statistics.median(all_of_it) for key, all_of_it in times.items()}
         self.repetitions = min(len(all_of_it) for all_of_it in times.values())
         self.instructions = counts(directory)
@@ -167,6 +172,15 @@ def peer_rows(results):
                    f"{count:,.0f}" if count is not None else ""]
 
 
+def road_rows(results):
+    for case in dict.fromkeys(case for case, _ in results.road):
+        if (case, "mean") not in results.road:
+            yield [case, "", "", f"{results.road[case, 'commands_per_second']:,.0f}"]
+            continue
+        trip, p99, mean = (results.road[case, figure] for figure in ("trip", "p99", "mean"))
+        yield [case, duration(trip), duration(p99), f"{1e9 / mean:,.0f}"]
+
+
 def table(head, rows):
     rows = [head] + rows
     widths = [max(len(cell) for cell in column) for column in zip(*rows)]
@@ -207,6 +221,7 @@ def main():
               [cells for _, cells in speed]),
         table(["growth", "each of so many", "ratio", "limit", "holds"],
               [cells for _, cells in growth]),
+        table(["road", "median", "99 of 100 within", "a second"], list(road_rows(results))),
         table(["case", "peer", "takes", "instructions"], list(peer_rows(results))),
         footer(results)])
     print(text)

@@ -24,8 +24,9 @@ constexpr milliseconds SET_UP_WAIT{3000}; // for each command
 constexpr std::string_view MODEM_LOST = "^SMSPB: \"modem lost\"\r\n";
 constexpr std::string_view MODEM_BACK = "^SMSPB: \"modem back\"\r\n";
 
-constexpr std::string_view PROBE = "ATE0\r"; // V.250, 6.2.4: no echo from here on
-constexpr std::string_view ESCAPE = "\x1b";  // TS 27.005, 3.5.1: ends a message unsent
+// V.250, 6.2.4 to 6.2.6: no echo, and results in words, whatever a caller or an earlier owner left.
+constexpr std::string_view PROBE = "ATE0Q0V1\r";
+constexpr std::string_view ESCAPE = "\x1b"; // TS 27.005, 3.5.1: ends a message unsent
 
 // Octets for the log.
 std::string printable(std::string_view octets) {

@@ -2,7 +2,7 @@
 // of its own accord, and the two sides kept in step.
 //
 // In step means that the modem owes no final result. After a command without one, and when the tty
-// has just been opened, the engine sends "ATE0\r" and waits until the late output is over before it
+// has just been opened, the engine sends "ATE0Q0V1\r" and waits until the late output is over before it
 // sends anything else; late lines are logged and dropped, late reports are told like any other.
 //
 // A modem that comes back is set up as it was before anything else is sent to it, and both its

@@ -94,7 +94,7 @@ private:
     Sayings sayingsTo(const std::string &command) {
         const std::lock_guard lock(mutex_);
         static const std::string CHARSET = "AT+CSCS=\"";
-        if (command == "ATE0") { return now(OKAY); }
+        if (command == "ATE0Q0V1") { return now(OKAY); }
         if (command == "AT+CSCS?") { return now("\r\n+CSCS: \"" + charset_ + "\"\r\n" + OKAY); }
         if (command.starts_with(CHARSET)) {
             charset_ = command.substr(CHARSET.size(), command.size() - CHARSET.size() - 1);

@@ -67,7 +67,7 @@ TEST_F(Modemd, CountsWhatItWasAskedAndWhatCameOfIt) {
     Question silent = command("AT+CMGR=1\r", USUAL_MARKERS, 30);
     modem_.answer("AT+CMGR=1\r", "\r\nlate\r\n");
     silent.fails(Result::NO_ANSWER);
-    modem_.answer("ATE0\r", "\r\nlate too\r\n\r\nOK\r\n\r\nOK\r\n");
+    modem_.answer("ATE0Q0V1\r", "\r\nlate too\r\n\r\nOK\r\n\r\nOK\r\n");
     awaitStep();
     EXPECT_EQ(ask(SEND_REQUEST, sendRecord("zz")).result, static_cast<u32>(Result::MALFORMED));
     EXPECT_EQ(ask(0x10400001, "").result, static_cast<u32>(Result::MALFORMED));

@@ -845,7 +845,7 @@ TEST_F(Modemd, AModemThatStaysSilentFailsTheNextRequestToo) {
     modem_.answer("AT+CMGR=1\r", "\r\n+CMGR: 1,,24\r\n");
     first.fails(Result::NO_ANSWER);
     Question second = command("AT+CMGR=2\r", {}, 100); // would take any text for its reply
-    modem_.expect("ATE0\r");
+    modem_.expect("ATE0Q0V1\r");
     second.fails(Result::NO_ANSWER);
     modem_.expect(ESCAPE_AND_PROBE);
     EXPECT_TRUE(daemon_->logs("does not answer"));
@@ -855,6 +855,17 @@ TEST_F(Modemd, AModemThatStaysSilentFailsTheNextRequestToo) {
     third.gives("\r\nOK\r\n");
 }
 
+// As after ATV0 or ATQ1: no result in words comes until the manager asks for them.
+TEST_F(Modemd, AModemThatWasMadeTerseIsMadeToSpeakAgain) {
+    startInStep();
+    Question terse = command("ATV0\r", USUAL_MARKERS, 40);
+    modem_.answer("ATV0\r", "0\r");
+    terse.fails(Result::NO_ANSWER);
+    modem_.answer("ATE0Q0V1\r", "\r\nOK\r\n");
+    awaitStep();
+    expectAlive();
+}
+
 TEST_F(Modemd, LateOutputIsNotTakenForTheNextReply) {
     smspb::ipc::Subscription reports({REPORT_NOTIFICATION});
     startInStep();
@@ -862,7 +873,7 @@ TEST_F(Modemd, LateOutputIsNotTakenForTheNextReply) {
     modem_.answer("AT+CMGR=1\r", "\r\n+CMGR: 1,");
     slow.fails(Result::NO_ANSWER);
     Question next = command("AT+CMGR=2\r");
-    modem_.expect("ATE0\r");
+    modem_.expect("ATE0Q0V1\r");
     modem_.say(",24\r\n0791\r\n\r\n+CMTI: \"SM\",4\r\n\r\nOK\r\n");
     modem_.expectNothing();
     EXPECT_FALSE(next.isAnswered());
@@ -880,14 +891,14 @@ TEST_F(Modemd, AMessageIsToldThoughItsSecondLineComesLate) {
     Question slow = command("AT+CMGR=1\r", USUAL_MARKERS, 30);
     modem_.answer("AT+CMGR=1\r", "\r\n+CMT: ,2\r\n");
     slow.fails(Result::NO_ANSWER);
-    modem_.answer("ATE0\r", "0102\r\n\r\nOK\r\n\r\nOK\r\n");
+    modem_.answer("ATE0Q0V1\r", "0102\r\n\r\nOK\r\n\r\nOK\r\n");
     EXPECT_EQ(textOf(reports.receive(SOON).value()), "+CMT: ,2\r\n0102\r\n");
     expectAlive();
 }
 
 TEST_F(Modemd, ARequestGetsAWholeAttemptToWakeTheModem) {
     start();
-    modem_.expect("ATE0\r" + ESCAPE_AND_PROBE);
+    modem_.expect("ATE0Q0V1\r" + ESCAPE_AND_PROBE);
     Question question = command("AT\r");
     modem_.answer(ESCAPE_AND_PROBE, "\r\nOK\r\n");
     modem_.answer("AT\r", "\r\nOK\r\n");
@@ -900,7 +911,7 @@ TEST_F(Modemd, ALateAnswerToAQueryIsNoReport) {
     Question slow = command("AT+CREG?\r", USUAL_MARKERS, 1);
     modem_.expect("AT+CREG?\r");
     slow.fails(Result::NO_ANSWER);
-    modem_.expect("ATE0\r");
+    modem_.expect("ATE0Q0V1\r");
     modem_.say("\r\n+CREG: 0,1\r\n\r\nOK\r\n\r\nOK\r\n");
     expectAlive();
     EXPECT_FALSE(reports.receive(QUIET));
@@ -912,7 +923,7 @@ TEST_F(Modemd, AfterOneLateResultTheModemGetsTheTimeForASecond) {
     Question slow = command("AT+COPS=0\r", USUAL_MARKERS, 1);
     modem_.expect("AT+COPS=0\r");
     slow.fails(Result::NO_ANSWER);
-    modem_.answer("ATE0\r", "\r\nERROR\r\n");
+    modem_.answer("ATE0Q0V1\r", "\r\nERROR\r\n");
     Question next = command("AT\r");
     modem_.expectNothing(100ms);
     modem_.answer("AT\r", "\r\nOK\r\n");
@@ -967,7 +978,7 @@ TEST_F(Modemd, ALineThatIsTooLongFailsTheRequestItBelongsTo) {
 TEST_F(Modemd, OutputForAnEarlierOwnerIsNotTakenForAReply) {
     modem_.say("\r\n+CMGR: 1,,24\r\n0791\r\n\r\nOK\r\n\r\nOK\r\n");
     start();
-    modem_.expect("ATE0\r");
+    modem_.expect("ATE0Q0V1\r");
     Question question = command("AT\r");
     modem_.answer("AT\r", "\r\nERROR\r\n");
     question.gives("\r\nERROR\r\n");
@@ -1116,7 +1127,7 @@ TEST_F(Modemd, ATerminalThatTakesNoOctetsIsOpenedAnew) {
     EXPECT_TRUE(daemon_->logs("it takes no octets"));
     ASSERT_EQ(::tcflow(modem_.terminal(), TCOON), 0);
     Question again = command("AT\r");
-    EXPECT_TRUE(modem_.hear().ends_with("ATE0\r"));
+    EXPECT_TRUE(modem_.hear().ends_with("ATE0Q0V1\r"));
     modem_.say("\r\nOK\r\n");
     modem_.answer("AT\r", "\r\nOK\r\n");
     again.gives("\r\nOK\r\n");
@@ -1579,7 +1590,7 @@ TEST_F(ShortWaits, WithoutAnAnswerToTheModeNothingElseIsSent) {
     auto answer = send();
     modem_.expect("AT+CMGF=0\r");
     EXPECT_EQ(answer.get().result, Result::NO_ANSWER);
-    modem_.answer("ATE0\r", "\r\nOK\r\n\r\nOK\r\n");
+    modem_.answer("ATE0Q0V1\r", "\r\nOK\r\n\r\nOK\r\n");
 }
 
 TEST_F(ShortWaits, WithoutAPromptTheExchangeIsLeftByEscape) {

@@ -52,7 +52,7 @@ using Texts = std::vector<std::string>;
 inline const std::vector<std::string> USUAL_MARKERS = {"OK", "ERROR", "+CMS ERROR:", "+CME ERROR:"};
 
 // What leaves a prompt and asks whether the modem is there.
-inline const std::string ESCAPE_AND_PROBE = std::string("\x1b") + "ATE0\r";
+inline const std::string ESCAPE_AND_PROBE = std::string("\x1b") + "ATE0Q0V1\r";
 
 // A SUBMIT without service centre (1 + 18 octets), and one with (8 + 18 octets).
 inline const std::string PDU = "0001000B915155001000F0000005E8329BFD06";
@@ -250,7 +250,7 @@ public:
         expect(command);
         say(reply);
     }
-    void answerProbe() const { answer("ATE0\r", "\r\nOK\r\n"); }
+    void answerProbe() const { answer("ATE0Q0V1\r", "\r\nOK\r\n"); }
     // One command line, whatever it is.
     std::string hear() const {
         std::string line;

@@ -101,6 +101,44 @@ Reply queryLock(Modem & /*modem*/, const Command &command) {
     return *mode == QUERY ? shown(command, "0") : cmeError(CME_NOT_ALLOWED);
 }
 
+// TS 31.102, 4.2, by their identifiers.
+struct SimFile {
+    unsigned identifier;
+    std::string_view octets; // in hexadecimal
+};
+constexpr std::array<SimFile, 4> SIM_FILES{
+    {
+     {0x2FE2, "98000101000000000081"}, // ICCID
+ {0x6F07, "080910101032547698"}, // the IMSI of +CIMI
+ {0x6F46, "01736D737062FFFFFFFFFFFFFFFFFFFFFF"},                                      // service provider: "smspb"
+                                      {0x6FAD, "00000002"}, // the network's number has two digits
+    }
+};
+
+// 8.18: <sw1>,<sw2> as TS 102 221, 10.2.1, has them.
+constexpr std::string_view SIM_DONE = "144,0,", SIM_NO_FILE = "106,130", SIM_BAD_OFFSET = "107,0",
+                           SIM_NO_COMMAND = "109,0";
+
+// READ BINARY alone; <P1> and <P2> are the offset, <P3> the octets wanted, 0 for all.
+Reply accessSim(Modem & /*modem*/, const Command &command) {
+    static constexpr unsigned READ_BINARY = 176, OCTET_MAX = 255, FILE_MAX = 0xFFFF;
+    const auto instruction = numberAt(command, 0, 0, OCTET_MAX);
+    const auto identifier = numberAt(command, 1, 0, FILE_MAX, 0);
+    const auto high = numberAt(command, 2, 0, OCTET_MAX, 0);
+    const auto low = numberAt(command, 3, 0, OCTET_MAX, 0);
+    const auto count = numberAt(command, 4, 0, OCTET_MAX, 0);
+    if (!instruction || !identifier || !high || !low || !count) { return badParameter(); }
+    if (*instruction != READ_BINARY) { return shown(command, SIM_NO_COMMAND); }
+    const auto file = std::find_if(SIM_FILES.begin(), SIM_FILES.end(), [&](const SimFile &each) {
+        return each.identifier == *identifier;
+    });
+    if (file == SIM_FILES.end()) { return shown(command, SIM_NO_FILE); }
+    const std::size_t from = 2 * (*high * std::size_t{256} + *low);
+    if (from >= file->octets.size()) { return shown(command, SIM_BAD_OFFSET); }
+    const std::size_t digits = *count == 0 ? std::string_view::npos : 2 * std::size_t{*count};
+    return shown(command, std::string(SIM_DONE) + inQuotes(file->octets.substr(from, digits)));
+}
+
 // No password is asked for, so none can be changed.
 Reply setPassword(Modem & /*modem*/, const Command & /*command*/) {
     return cmeError(CME_NOT_ALLOWED);
@@ -181,6 +219,7 @@ constexpr std::array EQUIPMENT_ROWS{
     CommandRow{.name = "+CPIN", .arguments = 2, .needsSim = true, .read = readPin, .set = setPin},
     CommandRow{.name = "+CLCK", .arguments = 4, .needsSim = true, .set = queryLock,
                .test = listLocks},
+    CommandRow{.name = "+CRSM", .arguments = 7, .needsSim = true, .set = accessSim},
     CommandRow{.name = "+CPWD", .arguments = 3, .needsSim = true, .ranges = R"(("SC",8))",
                .set = setPassword},
     CommandRow{.name = "+CCLK", .arguments = 1, .read = readClock, .set = setClock},

@@ -166,7 +166,7 @@ protected:
         static const std::vector<std::string> FAULTS = {
             "silence", "error",    "cme=21",    "half",
             "garbage", "delay=50", "delay=400", "unsolicited=+CREG: 1",
-            "drop=60"};
+            "drop=60", "reset",    "reset=RDY", "hangup=60"};
         int next = 0;
         while (!children.empty()) {
             const int done = tally.answered + tally.failed + tally.foreign;

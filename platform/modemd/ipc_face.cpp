@@ -97,7 +97,9 @@ void IpcFace::takeRequests() {
         }
         takeRequest(std::move(*block));
     }
-    asio::post(loop_, [this] { takeRequests(); });
+    if (readable_.is_open()) {
+        asio::post(loop_, [this] { takeRequests(); });
+    }
 }
 
 void IpcFace::takeRequest(ipc::Block block) {

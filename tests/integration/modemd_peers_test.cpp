@@ -402,6 +402,24 @@ TEST_F(Crowd, OneThatSendsWithoutWaitingHurtsOnlyItself) {
     expectNothingHeld();
 }
 
+TEST_F(Crowd, AFloodDoesNotKeepItFromEnding) {
+    startCrowd();
+    std::vector<pid_t> flooders;
+    for (int i = 0; i < 3; i++) {
+        flooders.push_back(other([] {
+            const std::string record = commandRecord("AT+N=y\r");
+            for (;;) {
+                zeldcard_send_request_asyn(MODEM_MANAGER_ID, COMMAND_REQUEST, record.data(),
+                                           static_cast<u32>(record.size()));
+            }
+        }));
+    }
+    askInTurn(20);
+    daemon_->signal(SIGTERM);
+    EXPECT_EQ(daemon_->exitCode(), 0);
+    for (const pid_t flooder : flooders) { end(flooder); }
+}
+
 TEST_F(Crowd, AThousandConnectionsThatSayNothingHurtNobody) {
     startCrowd();
     const pid_t silent = other([this] {

@@ -73,6 +73,7 @@ Terminal::Terminal(asio::io_context &io, Clock &clock, Pieces pieces)
     name_ = farEndName(near_.native_handle());
     far_.assign(checked(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), name_.c_str()));
     makeRaw(far_.native_handle());
+    near_.non_blocking(true);
 }
 
 void Terminal::start(Receive receive) {
@@ -130,6 +131,10 @@ void Terminal::writeSome() {
     const std::size_t octets = pieces_.octets != 0 ? pieces_.octets : queued_.size();
     sending_ = queued_.substr(0, octets);
     queued_.erase(0, octets);
+    if (pieces_.pause.count() > 0 && isWrittenAtOnce()) {
+        sending_.clear();
+        return writeNext();
+    }
     asio::async_write(near_, asio::buffer(sending_),
                       [self = shared_from_this()](const std::error_code &error, std::size_t) {
                           if (!self->near_.is_open()) { return; }
@@ -142,10 +147,19 @@ void Terminal::writeSome() {
                       });
 }
 
+// So that a driven clock sees the pause behind a piece begin before it is driven on.
+bool Terminal::isWrittenAtOnce() {
+    const ssize_t size = ::write(near_.native_handle(), sending_.data(), sending_.size());
+    if (size > 0) { sending_.erase(0, static_cast<std::size_t>(size)); }
+    return sending_.empty();
+}
+
 void Terminal::writeNext() {
-    if (queued_.empty()) { return; }
-    if (pieces_.pause.count() == 0) { return writeSome(); }
-    pause_.start(pieces_.pause, [this] { writeSome(); });
+    const auto goOn = [this] {
+        if (!queued_.empty()) { writeSome(); }
+    };
+    if (pieces_.pause.count() == 0) { return goOn(); }
+    pause_.start(pieces_.pause, goOn);
 }
 
 TerminalLink::TerminalLink(fs::path path, const std::string &target)

@@ -50,6 +50,7 @@ public:
 private:
     void readSome();
     void writeSome();
+    bool isWrittenAtOnce();
     void writeNext();
 
     asio::posix::stream_descriptor near_;

@@ -180,6 +180,30 @@ TEST(Chunks, AreWrittenOneAfterTheOtherWithTheirPauses) {
     EXPECT_EQ(modem.readTo("OK"), "\r\nOK");
     modem.letHappen({"advance", "1"});
     EXPECT_EQ(modem.readTo("\r\n"), "\r\n");
+    modem.letHappen({"advance", "1h"}); // ends the last pause
+    modem.write("AT\r");
+    EXPECT_EQ(modem.readTo("AT\r"), "AT\r");
+    modem.letHappen({"advance", "2"});
+    EXPECT_EQ(modem.readTo("OK\r\n"), OK);
+}
+
+TEST(Clock, BringsATerminalBackAtItsMoment) {
+    Modem modem({"--fault", "+CSQ=drop=60000:1", "--fault", "+CREG=drop:1", "--clock", "driven"});
+    modem.write("AT+CSQ\r");
+    modem.letHappen({"advance", "59999ms"});
+    EXPECT_FALSE(fs::exists(modem.link()));
+    modem.letHappen({"advance", "1ms"});
+    EXPECT_TRUE(fs::exists(modem.link()));
+    modem.close();
+    modem.open();
+    EXPECT_EQ(modem.ask("AT"), "AT\r" + OK);
+    modem.write("AT+CREG?\r"); // comes back at once, without being driven
+    modem.letHappen({"status"});
+    const auto until = steady_clock::now() + SOON;
+    while (!fs::exists(modem.link()) && steady_clock::now() < until) {}
+    modem.close();
+    modem.open();
+    EXPECT_EQ(modem.ask("AT"), "AT\r" + OK);
 }
 
 // ---- the log ----

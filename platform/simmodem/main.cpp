@@ -1,7 +1,7 @@
 // smspb-simmodem: a simulated modem on a pseudo-terminal, or, as "ctl", what lets something happen
 // to one.
-#include "control_command.h"
-#include "options.h"
+#include "platform/simmodem/control/control_command.h"
+#include "platform/simmodem/options.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,9 +1,9 @@
-#include "options.h"
+#include "platform/simmodem/options.h"
 
-#include "charset.h"
-#include "faults.h"
-#include "text.h"
-#include "ussd.h"
+#include "platform/simmodem/control/faults.h"
+#include "platform/simmodem/modem/charset.h"
+#include "platform/simmodem/network/ussd.h"
+#include "platform/simmodem/text.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 // What the program is told on its command line.
 #pragma once
 
-#include "program.h"
+#include "platform/simmodem/program.h"
 
 #include <CLI/App.hpp>
 

@@ -1,10 +1,10 @@
-#include "program.h"
+#include "platform/simmodem/program.h"
 
-#include "control.h"
-#include "dialogue.h"
-#include "events.h"
-#include "network.h"
-#include "state.h"
+#include "platform/simmodem/control/control.h"
+#include "platform/simmodem/control/events.h"
+#include "platform/simmodem/line/dialogue.h"
+#include "platform/simmodem/network/network.h"
+#include "platform/simmodem/state/state.h"
 
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>

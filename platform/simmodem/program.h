@@ -1,9 +1,8 @@
 // The simulated modem as a program: terminal, dialogue and control socket on one event loop.
-#ifndef SMSPB_SIMMODEM_PROGRAM_H
-#define SMSPB_SIMMODEM_PROGRAM_H
+#pragma once
 
-#include "modem.h"
-#include "terminal.h"
+#include "platform/simmodem/line/terminal.h"
+#include "platform/simmodem/modem/modem.h"
 
 #include <ctime>
 #include <optional>
@@ -29,5 +28,3 @@ struct Options {
 void serve(const Options &options);
 
 } // namespace smspb::simmodem
-
-#endif

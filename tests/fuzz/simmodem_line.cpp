@@ -5,8 +5,8 @@
 #include <spdlog/spdlog.h>
 
 #include "fuzz.h"
-#include "platform/simmodem/dialogue.h"
-#include "platform/simmodem/network.h"
+#include "platform/simmodem/line/dialogue.h"
+#include "platform/simmodem/network/network.h"
 
 using namespace smspb::simmodem;
 

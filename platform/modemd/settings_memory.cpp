@@ -8,8 +8,8 @@
 namespace smspb::modemd {
 namespace {
 
-constexpr std::array<std::string_view, 9> NAMES = {"+CMEE", "+CREG", "+CGREG", "+CLIP", "+CPMS",
-                                                   "+CNMI", "+CSCB", "+CUSD",  "+CSCS"};
+constexpr std::array<std::string_view, 10> NAMES = {"+CMEE", "+CREG", "+CGREG", "+CLIP", "+CPMS",
+                                                    "+CSMS", "+CNMI", "+CSCB",  "+CUSD", "+CSCS"};
 
 // In order, what stands between separators that are in no string; blanks outside strings left out.
 std::vector<std::string> splitOutsideStrings(std::string_view text, char separator) {

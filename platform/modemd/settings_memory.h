@@ -1,8 +1,8 @@
 // What the callers have set on the modem, learnt from the commands that succeeded, so that a modem
 // that was unplugged can be set up as it was. Pure: no tty, no clock.
 //
-// Kept: +CMEE, +CREG, +CGREG, +CLIP, +CPMS, +CNMI, +CSCB, the first parameter of +CUSD, and +CSCS
-// (TS 27.005, 27.007). A parameter that is left out keeps its former value, as it does in the
+// Kept: +CMEE, +CREG, +CGREG, +CLIP, +CPMS, +CSMS, +CNMI, +CSCB, the first parameter of +CUSD, and
+// +CSCS (TS 27.005, 27.007). A parameter that is left out keeps its former value, as it does in the
 // modem. Z, &F and a +CFUN that resets forget them all.
 #ifndef SMSPB_PLATFORM_MODEMD_SETTINGS_MEMORY_H
 #define SMSPB_PLATFORM_MODEMD_SETTINGS_MEMORY_H

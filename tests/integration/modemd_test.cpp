@@ -1029,6 +1029,8 @@ INSTANTIATE_TEST_SUITE_P(
                {R"(AT+CSCB=0,"1;+CMEE=1","")"}},
         Learnt{"TheCharacterSetComesLast", {R"(AT+CSCS="UCS2")", "AT+CMEE=1"},
                {"AT+CMEE=1", R"(AT+CSCS="UCS2")"}},
+        Learnt{"TheMessageServiceComesBeforeItsReports", {"AT+CNMI=2,2", "AT+CSMS=1"},
+               {"AT+CSMS=1", "AT+CNMI=2,2"}},
         Learnt{"AUssdRequestIsNotSentAgain", {R"(AT+CUSD=1,"*100#",15)"}, {"AT+CUSD=1"}},
         Learnt{"TheEndOfAUssdDialogueIsNoSetting", {"AT+CUSD=1", "AT+CUSD=2"}, {"AT+CUSD=1"}},
         Learnt{"ZForgetsAll", {"AT+CMEE=1", "ATZ"}, {}},

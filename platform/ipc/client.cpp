@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -80,21 +81,25 @@ u32 notifySubscriber(const fs::path &path, Deadline deadline, const void *block)
     return isDead ? 0 : error;
 }
 
-// First everybody who can take it, so that nobody waits for a subscriber that does not read.
+// First everybody who can take it, so that nobody waits for a subscriber that does not read. One
+// that has not read within a whole wait is not waited for again before it has.
 u32 notifyAll(const void *block) {
+    thread_local std::set<fs::path> deaf;
     u32 result = 0;
     std::vector<fs::path> full;
     for (const fs::path &path : subscribersOf(readHeader(block).messageId)) {
         const u32 error = notifySubscriber(path, Clock::now(), block);
-        if (error == EAGAIN) {
+        if (error == EAGAIN && !deaf.contains(path)) {
             full.push_back(path);
-        } else if (error != 0) {
-            result = error;
+            continue;
         }
+        if (error == 0) { deaf.erase(path); }
+        if (error != 0) { result = error; }
     }
     const Deadline deadline = deadlineAfter(FULL_QUEUE_WAIT);
     for (const fs::path &path : full) {
         const u32 error = notifySubscriber(path, deadline, block);
+        if (error == EAGAIN) { deaf.insert(path); }
         if (error != 0) { result = error; }
     }
     return result;

@@ -244,6 +244,18 @@ std::optional<Sender> Mailbox::oldestReady() {
     return sender;
 }
 
+// The oldest of the process that has most of them: whoever opens too many pays for it himself.
+void Mailbox::dropSilent() {
+    const auto countOf = [this](const Sender &sender) {
+        return std::count_if(silent_.begin(), silent_.end(), [&sender](const Sender &other) {
+            return other.peer.process == sender.peer.process;
+        });
+    };
+    silent_.erase(std::max_element(
+        silent_.begin(), silent_.end(),
+        [&countOf](const Sender &a, const Sender &b) { return countOf(a) < countOf(b); }));
+}
+
 void Mailbox::acceptNext() {
     Sender sender = acceptSender();
     const int fd = sender.connection.get();
@@ -252,7 +264,7 @@ void Mailbox::acceptNext() {
     const std::optional<Peer> peer = peerOf(fd);
     if (!peer || !isTrusted(fd, *peer) || staysSilent) { return; }
     sender.peer = *peer;
-    if (silent_.size() == SILENT_SENDERS_MAX) { silent_.erase(silent_.begin()); }
+    if (silent_.size() == SILENT_SENDERS_MAX) { dropSilent(); }
     silent_.push_back(std::move(sender));
 }
 

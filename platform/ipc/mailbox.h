@@ -53,6 +53,7 @@ private:
     std::optional<Block> take();
     std::optional<Sender> nextReady();
     void watchSilent();
+    void dropSilent();
     void acceptNext();
     Sender acceptSender();
     std::optional<Sender> oldestReady();

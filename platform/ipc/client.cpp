@@ -85,6 +85,7 @@ u32 notifySubscriber(const fs::path &path, Deadline deadline, const void *block)
 // that has not read within a whole wait is not waited for again before it has.
 u32 notifyAll(const void *block) {
     thread_local std::set<fs::path> deaf;
+    std::erase_if(deaf, [](const fs::path &path) { return !fs::exists(path); });
     u32 result = 0;
     std::vector<fs::path> full;
     for (const fs::path &path : subscribersOf(readHeader(block).messageId)) {

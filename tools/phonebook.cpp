@@ -22,7 +22,7 @@ namespace smspb::cli {
 
 namespace {
 
-constexpr u32 INDEX_MAX = 500; // what SM_ReadItem reaches
+constexpr u32 CONTACT_INDEX_MAX = 500; // what SM_ReadItem reaches
 constexpr std::size_t NAME_UNITS_MAX = PB_NAME_OCTETS / 2;
 
 // SM_ReadItem tells each line on standard output; that belongs to our result.
@@ -238,7 +238,7 @@ void Phonebook::measure() {
     total_ = static_cast<u32>(std::max(info.total, 0));
 }
 
-u32 Phonebook::lastIndex() const { return std::min(total_, INDEX_MAX); }
+u32 Phonebook::lastIndex() const { return std::min(total_, CONTACT_INDEX_MAX); }
 
 void Phonebook::checkIndex(u32 index) const {
     if (index >= 1 && index <= lastIndex()) { return; }

@@ -13,20 +13,20 @@ long long millisecondsSince(Clock::time_point then) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - then).count();
 }
 
-std::string quotedOrNull(std::string_view text) { return text.empty() ? "null" : quoted(text); }
+std::string quotedOrNull(std::string_view text) { return text.empty() ? "null" : jsonString(text); }
 
 std::string ttyMember(const AtEngine &engine) {
     const Tty &tty = engine.tty();
     return fmt::format(R"({{"path":{},"baud":{},"open":{},"state":{},"trouble":{},"holder":{}}})",
-                       quoted(tty.path()), tty.baud(), tty.isOpen(), quoted(engine.state()),
+                       jsonString(tty.path()), tty.baud(), tty.isOpen(), jsonString(engine.state()),
                        quotedOrNull(engine.trouble()), quotedOrNull(engine.holder()));
 }
 
 std::string requestMember(const Account &account, Clock::time_point since) {
     const Asker &asker = account.asker;
     return fmt::format(R"({{"process":{},"program":{},"user":{},"kind":{},"command":{},"ms":{}}})",
-                       asker.process, quoted(programOf(asker.process)), asker.user,
-                       quoted(nameOf(account.kind)), quoted(account.name),
+                       asker.process, jsonString(programOf(asker.process)), asker.user,
+                       jsonString(nameOf(account.kind)), jsonString(account.name),
                        millisecondsSince(since));
 }
 
@@ -46,8 +46,9 @@ std::string waitingMember(const RequestQueue &queue) {
 std::string requestCounts(const Counters &counters) {
     std::string members;
     for (std::size_t kind = 0; kind < KIND_COUNT; kind++) {
-        members += fmt::format("{}{}:{}", kind == 0 ? "" : ",",
-                               quoted(nameOf(static_cast<Kind>(kind))), counters.requests.at(kind));
+        members +=
+            fmt::format("{}{}:{}", kind == 0 ? "" : ",",
+                        jsonString(nameOf(static_cast<Kind>(kind))), counters.requests.at(kind));
     }
     return "{" + members + "}";
 }
@@ -63,7 +64,7 @@ std::string countersMember(const Counters &counters, const Happenings &happening
 
 } // namespace
 
-std::string quoted(std::string_view text) {
+std::string jsonString(std::string_view text) {
     std::string out = "\"";
     for (const char c : text) {
         const auto octet = static_cast<unsigned char>(c);
@@ -81,7 +82,7 @@ std::string statusDocument(const StatusSources &sources) {
     return fmt::format(
         R"({{"version":{},"process":{},"uptime_ms":{},"tty":{},"running":{},"waiting":{},)"
         R"("counters":{}}})",
-        quoted(sources.version), ::getpid(), millisecondsSince(sources.started),
+        jsonString(sources.version), ::getpid(), millisecondsSince(sources.started),
         ttyMember(sources.engine), runningMember(sources.queue.running()),
         waitingMember(sources.queue),
         countersMember(sources.ledger.counters(), sources.engine.happenings()));

@@ -24,7 +24,7 @@ struct StatusSources {
 std::string statusDocument(const StatusSources &sources);
 
 // The text between double quotes, every octet that is no printable ASCII character escaped.
-std::string quoted(std::string_view text);
+std::string jsonString(std::string_view text);
 
 } // namespace smspb::modemd
 

@@ -14,13 +14,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-struct Unit {
+struct TimeUnit {
     std::string_view name;
     milliseconds length;
 };
 
 // "ms" stands before "m" and "s", which it begins or ends with.
-constexpr std::array<Unit, 6> UNITS{
+constexpr std::array<TimeUnit, 6> TIME_UNITS{
     {
      {"ms", milliseconds(1)},
      {"s", std::chrono::seconds(1)},
@@ -122,8 +122,8 @@ std::string isoTime(Clock::WallTime time) {
 }
 
 std::optional<milliseconds> parseDuration(std::string_view text) {
-    const auto unit = std::find_if(UNITS.begin(), UNITS.end(),
-                                   [text](const Unit &u) { return text.ends_with(u.name); });
+    const auto unit = std::find_if(TIME_UNITS.begin(), TIME_UNITS.end(),
+                                   [text](const TimeUnit &u) { return text.ends_with(u.name); });
     text.remove_suffix(unit->name.size());
     const auto number = parseNumber(text);
     if (!number || *number > DURATION_MAX / unit->length) { return std::nullopt; }

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
-#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -81,26 +80,11 @@ u32 notifySubscriber(const fs::path &path, Deadline deadline, const void *block)
     return isDead ? 0 : error;
 }
 
-// First everybody who can take it, so that nobody waits for a subscriber that does not read. One
-// that has not read within a whole wait is not waited for again before it has.
+// Waits for nobody: what a subscriber has no room for, because it does not read, it loses.
 u32 notifyAll(const void *block) {
-    thread_local std::set<fs::path> deaf;
-    std::erase_if(deaf, [](const fs::path &path) { return !fs::exists(path); });
     u32 result = 0;
-    std::vector<fs::path> full;
     for (const fs::path &path : subscribersOf(readHeader(block).messageId)) {
         const u32 error = notifySubscriber(path, Clock::now(), block);
-        if (error == EAGAIN && !deaf.contains(path)) {
-            full.push_back(path);
-            continue;
-        }
-        if (error == 0) { deaf.erase(path); }
-        if (error != 0) { result = error; }
-    }
-    const Deadline deadline = deadlineAfter(FULL_QUEUE_WAIT);
-    for (const fs::path &path : full) {
-        const u32 error = notifySubscriber(path, deadline, block);
-        if (error == EAGAIN) { deaf.insert(path); }
         if (error != 0) { result = error; }
     }
     return result;
@@ -197,7 +181,7 @@ u32 ipc_get_addr_by_id(u32 dest_id, u32 /*zero*/, void *address) {
 }
 
 // 0 when every living subscriber has it, also when there is none. EAGAIN when one did not read and
-// its queue stayed full: the others have it.
+// its queue is full: the others have it.
 u32 ipc_msg_notify(void *block, u32 len) {
     const u32 error = checkOrdinary(block, len);
     return error != 0 ? error : guarded([block] { return notifyAll(block); });

@@ -104,7 +104,7 @@ u32 connectTo(const Address &address, Deadline deadline, Descriptor *connection)
     if (!own.isOpen() || !takeAnyName(own.get())) { return static_cast<u32>(errno); }
     u32 error = connectOnce(own.get(), address.name);
     bool isFull = error == EAGAIN;
-    while (isFull) {
+    while (isFull && Clock::now() < deadline) {
         limitConnect(own.get(), deadline);
         error = connectOnce(own.get(), address.name);
         isFull = error == EINTR;

@@ -413,9 +413,9 @@ void AtEngine::onLateLine(std::string_view line) {
 // Nobody asked, so it is a report, whatever it begins with.
 void AtEngine::onIdleLine(std::string_view line) {
     if (isFinalResult(line, {})) {
-        spdlog::warn("final result without a command dropped: {}", printable(line));
+        complain("final result without a command", printable(line));
     } else if (!isPlainText(line)) {
-        spdlog::warn("{} octets that are no text dropped", line.size());
+        complain("line that is no text", fmt::format("{} octets", line.size()));
     } else {
         report(line);
     }
@@ -438,9 +438,19 @@ void AtEngine::onPrompt() {
 }
 
 void AtEngine::onOverlong() {
-    spdlog::warn("a line of more than {} octets from {} dropped", LINE_OCTETS_MAX, tty_.path());
+    complain("line that is too long", fmt::format("more than {} octets", LINE_OCTETS_MAX));
     if (state_ == State::RUNNING && !lineIsOlder_) { reply_.spoil(); }
     lineIsOlder_ = false;
+}
+
+// A modem that says such things without end must not fill the log.
+void AtEngine::complain(const char *what, const std::string &which) {
+    using Limit = LogLimit<std::string>;
+    const Limit::Verdict verdict = complaints_.judge(what);
+    if (verdict == Limit::Verdict::LOG) { spdlog::warn("{} dropped: {}", what, which); }
+    if (verdict == Limit::Verdict::LAST) {
+        spdlog::warn("{} again and again: not logged for the next {} s", what, Limit::TIME.count());
+    }
 }
 
 void AtEngine::report(std::string_view line) { tell(reports_.begin(line)); }

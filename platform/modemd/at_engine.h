@@ -2,8 +2,9 @@
 // of its own accord, and the two sides kept in step.
 //
 // In step means that the modem owes no final result. After a command without one, and when the tty
-// has just been opened, the engine sends "ATE0Q0V1\r" and waits until the late output is over before it
-// sends anything else; late lines are logged and dropped, late reports are told like any other.
+// has just been opened, the engine sends "ATE0Q0V1\r" and waits until the late output is over
+// before it sends anything else; late lines are logged and dropped, late reports are told like any
+// other.
 //
 // A modem that comes back is set up as it was before anything else is sent to it, and both its
 // going and its coming are told as reports.
@@ -25,6 +26,7 @@
 
 #include "platform/modemd/alarm.h"
 #include "platform/modemd/at_lines.h"
+#include "platform/modemd/log_limit.h"
 #include "platform/modemd/settings_memory.h"
 #include "platform/modemd/tty.h"
 
@@ -132,6 +134,7 @@ private:
     void onIdleLine(std::string_view line);
     void onPrompt();
     void onOverlong();
+    void complain(const char *what, const std::string &which);
     void report(std::string_view line);
     void tell(std::optional<std::string> lines);
     void dropReport();
@@ -153,6 +156,7 @@ private:
     std::string trouble_; // as last logged
     std::string holder_;
     Happenings happenings_;
+    LogLimit<std::string> complaints_; // about what the modem says, by kind
 
     LineAssembler lines_;
     ReportAssembler reports_;

@@ -29,7 +29,12 @@ int main(int argc, char **argv) {
             app.parse(argc, argv);
         } catch (const CLI::ParseError &error) { return app.exit(error) == 0 ? DONE : WRONG_USAGE; }
         if (command) { return command(); }
-        if (options.link.empty()) { throw std::runtime_error("--link is required"); }
+        if (options.link.empty()) {
+            std::fputs("smspb-simmodem: --link is required: the PATH at which the terminal is to "
+                       "be found\n",
+                       stderr);
+            return WRONG_USAGE;
+        }
         serve(options);
         return DONE;
     } catch (const std::exception &error) {

@@ -810,7 +810,7 @@ TEST_F(Notification, WhatADeadSubscriberLeftIsRemoved) {
     EXPECT_EQ(countNames("subscriber-"), 0u);
 }
 
-TEST_F(Notification, ASubscriberThatDoesNotReadHoldsNobodyUpForLong) {
+TEST_F(Notification, ASubscriberThatDoesNotReadHoldsNobodyUp) {
     Subscription stuck({NEWS});
     u32 sent = 0;
     u32 status = IPC_OK;
@@ -821,12 +821,12 @@ TEST_F(Notification, ASubscriberThatDoesNotReadHoldsNobodyUpForLong) {
         sent += status == IPC_OK ? 1 : 0;
     }
     EXPECT_EQ(status, IPC_SEND_FAILED);
-    EXPECT_LT(steady_clock::now() - start, 1s);
+    EXPECT_LT(steady_clock::now() - start, AT_ONCE);
 
     Subscription living({NEWS});
     start = steady_clock::now();
     EXPECT_EQ(zeldcard_send_notify(NEWS, "text", 4), IPC_SEND_FAILED);
-    EXPECT_LT(steady_clock::now() - start, 200ms) << "waited for it once more";
+    EXPECT_LT(steady_clock::now() - start, AT_ONCE);
     EXPECT_TRUE(living.receive(0ms));
     for (u32 i = 0; i < sent; i++) {
         const auto news = stuck.receive(0ms);

@@ -253,6 +253,7 @@ class Crowd : public Modemd {
 protected:
     // The name of a command comes back in its reply.
     void answerOnce() {
+        if (isTalkative_) { modem_.say("\r\n+CREG: 5\r\n"); }
         for (const char octet : readSome(modem_.line(), steady_clock::now() + 5ms)) {
             heard_ += octet;
             if (octet != '\r') { continue; }
@@ -333,6 +334,7 @@ protected:
     };
 
     std::string heard_;
+    std::atomic<bool> isTalkative_ = false; // reports come without end
     int asked_ = 0;
     Holding before_;
     std::optional<Doing> answering_;
@@ -400,6 +402,50 @@ TEST_F(Crowd, OneThatSendsWithoutWaitingHurtsOnlyItself) {
     EXPECT_TRUE(comesTrue([] { return has(statusText(), "\"waiting\":[]"); }));
     EXPECT_TRUE(daemon_->logs("is turned away until there is room: 64 of its requests wait"));
     expectNothingHeld();
+}
+
+// It takes one report in a while, and has room for no more.
+class SlowListener {
+public:
+    explicit SlowListener(const fs::path &path)
+        : socket_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        path.native().copy(name.sun_path, sizeof(name.sun_path) - 1);
+        EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr *>(&name), sizeof(name)), 0);
+        EXPECT_EQ(::listen(socket_, 0), 0);
+        listening_.emplace([this] {
+            std::this_thread::sleep_for(100ms);
+            ::close(::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC));
+        });
+    }
+    ~SlowListener() {
+        listening_.reset();
+        ::close(socket_);
+    }
+
+private:
+    int socket_;
+    std::optional<Doing> listening_;
+};
+
+TEST_F(Crowd, AListenerThatIsSlowHurtsOnlyItself) {
+    startCrowd();
+    const SlowListener slow(runtime() / "notify-10400090-slow");
+    isTalkative_ = true;
+    const std::vector<double> took = askInTurn(40);
+    EXPECT_LT(took[took.size() / 2], 50);
+}
+
+// What a modem says without end must not fill the log either.
+TEST_F(Crowd, AModemThatTalksNonsenseDoesNotFillTheLog) {
+    startCrowd();
+    for (int i = 0; i < 200; i++) { modem_.say("\r\nOK\r\n\r\n\x80\x81\r\n"); }
+    EXPECT_TRUE(comesTrue([this] {
+        return daemon_->logs("final result without a command again and again: not logged") &&
+               daemon_->logs("line that is no text again and again: not logged");
+    }));
+    askInTurn(5);
 }
 
 TEST_F(Crowd, AFloodDoesNotKeepItFromEnding) {

@@ -154,7 +154,8 @@ Reply readClock(Modem &modem, const Command &command) {
     return shown(command, inQuotes(text.data()));
 }
 
-// The local time of a "yy/MM/dd,hh:mm:ss"; the zone stays the machine's, and may be left out.
+// The moment of a "yy/MM/dd,hh:mm:ss" with its zone in quarters of an hour, or without one in the
+// machine's, which is the zone that the clock is shown in.
 std::optional<std::time_t> clockFrom(const std::string &text) {
     std::tm clock{};
     const char *const rest = ::strptime(text.c_str(), "%y/%m/%d,%H:%M:%S", &clock);
@@ -164,9 +165,14 @@ std::optional<std::time_t> clockFrom(const std::string &text) {
     if (!zone.empty() && (!hasSign || zone.size() != 3 || !parseNumber(zone.substr(1)))) {
         return std::nullopt;
     }
+    static constexpr std::time_t QUARTER_HOUR = 900;
     std::tm normal = clock;
     normal.tm_isdst = -1;
-    const std::time_t time = std::mktime(&normal);
+    std::time_t time = zone.empty() ? std::mktime(&normal) : ::timegm(&normal);
+    if (hasSign) {
+        const std::time_t offset = *parseNumber(zone.substr(1)) * QUARTER_HOUR;
+        time -= zone.front() == '+' ? offset : -offset;
+    }
     return time != -1 && normal.tm_mday == clock.tm_mday ? std::optional(time) : std::nullopt;
 }
 

@@ -12,13 +12,31 @@ need_packages "${BUILD_PACKAGES[@]}" "${MIPS_PACKAGES[@]}" "${CHECK_PACKAGES[@]}
 
 nightly=${1:-}
 failed=0
+tested=
+
+# The tests of one preset wait most of the time, so the next one is built meanwhile, at the lowest
+# priority.
+begin_tests() {
+    tested=$1
+    find "build/$tested" -name '*_tests.json' -delete
+    ctest --preset "$tested" >"build/$tested/tests.log" 2>&1 &
+    testing=$!
+}
+end_tests() {
+    [ -n "$tested" ] || return 0
+    wait "$testing" || failed=1
+    say "$tested: test"
+    cat "build/$tested/tests.log"
+}
+trap 'jobs -p | xargs -r kill' EXIT
+
 for preset in host asan mips coverage tsan; do
     say "$preset: build"
-    build "$preset"
-    say "$preset: test"
-    find "build/$preset" -name '*_tests.json' -delete
-    ctest --preset "$preset" || failed=1
+    (renice -n 19 "$BASHPID" >/dev/null && build "$preset")
+    end_tests
+    begin_tests "$preset"
 done
+end_tests
 
 say "line coverage of the library"
 gcovr --root . --object-directory build/coverage --filter 'comm/' --filter 'atlib/' \

@@ -16,24 +16,19 @@
 #include "atlib/CSMS.h"
 #include "atlib/USBModem.h"
 #include "platform/ipc/ipc_server.h"
+#include "support/library_texts.h"
 #include "support/process.h"
 #include "support/simmodem.h"
 
 namespace {
 
+using support::callersNumber;
+using support::callersText;
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
 constexpr u32 REPORT_NOTIFICATION = 0x10400090;
 constexpr u16 NO_TIME[6] = {0, 0, 0, 0, 0, 0};
-
-std::vector<u16> units(const std::u16string &text, std::size_t room = 0) {
-    std::vector<u16> copy(text.begin(), text.end());
-    copy.resize(std::max(room, copy.size() + 1));
-    return copy;
-}
-
-std::vector<u16> number(const std::u16string &digits) { return units(digits, 21); }
 
 struct Read {
     u32 status = 0;
@@ -108,7 +103,9 @@ protected:
 TEST_P(HardModem, SendsAndReadsALongTextWhole) {
     ASSERT_EQ(InitSMS(), SMS_OK);
     u8 sent = 0;
-    ASSERT_EQ(SendSMS(number(u"+15550001000").data(), units(longText()).data(), 0, &sent), SMS_OK);
+    ASSERT_EQ(
+        SendSMS(callersNumber(u"+15550001000").data(), callersText(longText()).data(), 0, &sent),
+        SMS_OK);
     ASSERT_EQ(sent, 3);
     std::u16string joined;
     for (u32 index = 1; index <= sent; index++) { joined += readMessage(index).text; }
@@ -118,7 +115,9 @@ TEST_P(HardModem, SendsAndReadsALongTextWhole) {
 TEST_P(HardModem, SavesCountsAndDeletesMessages) {
     ASSERT_EQ(InitSMS(), SMS_OK);
     u32 index = 0xFFFFFFFF; // to be filled in
-    ASSERT_EQ(SaveSMS(number(u"123").data(), units(u"kept").data(), 3, &index, NO_TIME), SMS_OK);
+    ASSERT_EQ(
+        SaveSMS(callersNumber(u"123").data(), callersText(u"kept").data(), 3, &index, NO_TIME),
+        SMS_OK);
     EXPECT_EQ(readMessage(index).text, u"kept");
     u16 counts[2] = {0, 0};
     ASSERT_EQ(SM_GetStorageInfo_Sms(counts, SMS_STORAGE_SM), SMS_OK);
@@ -145,7 +144,7 @@ TEST_P(HardModem, WritesAndReadsAContactAndTheServiceCentre) {
     EXPECT_STREQ(read.number, "5551234");
     EXPECT_EQ(read.name[1], 0x16);
     ASSERT_EQ(SM_SetCodeDec("IRA"), PB_OK);
-    ASSERT_EQ(SetCSCA(number(u"+4987654321").data()), SMS_OK);
+    ASSERT_EQ(SetCSCA(callersNumber(u"+4987654321").data()), SMS_OK);
     u16 address[21];
     ASSERT_EQ(readCSCA(address), SMS_OK);
     EXPECT_EQ(std::u16string(address, address + sms_wstrlen(address)), u"+4987654321");
@@ -173,9 +172,11 @@ TEST_F(Road, AModemWithoutUcs2IsToldFromOneThatHasIt) {
     EXPECT_EQ(charset, CHARSET_IRA);
     ASSERT_EQ(InitSMS(), SMS_OK);
     u8 sent = 0;
-    ASSERT_EQ(SendSMS(number(u"+15550001000").data(), units(u"Привет").data(), 0, &sent), SMS_OK);
+    ASSERT_EQ(
+        SendSMS(callersNumber(u"+15550001000").data(), callersText(u"Привет").data(), 0, &sent),
+        SMS_OK);
     EXPECT_EQ(readMessage(1).text, u"Привет") << "messages need no character set";
-    ASSERT_EQ(SetCSCA(number(u"+4987654321").data()), SMS_OK);
+    ASSERT_EQ(SetCSCA(callersNumber(u"+4987654321").data()), SMS_OK);
     u16 address[21];
     ASSERT_EQ(readCSCA(address), SMS_OK);
     EXPECT_EQ(std::u16string(address, address + sms_wstrlen(address)), u"+4987654321");
@@ -185,7 +186,7 @@ TEST_F(Road, NumbersInUcs2AreSetAndTheSetIsGivenBack) {
     start({});
     ASSERT_EQ(setEcodingFormat(CHARSET_UCS2), SMS_OK);
     EXPECT_NE(ask("AT+CSCA?\r").find("\"002B00310035"), std::string::npos);
-    ASSERT_EQ(SetCSCA(number(u"+4987654321").data()), SMS_OK);
+    ASSERT_EQ(SetCSCA(callersNumber(u"+4987654321").data()), SMS_OK);
     u32 charset = CHARSET_UNKNOWN;
     ASSERT_EQ(getEcodingFormat(&charset), SMS_OK);
     EXPECT_EQ(charset, CHARSET_UCS2);

@@ -16,25 +16,19 @@
 
 #include "atlib/CSMS.h"
 #include "atlib/USBModem.h"
+#include "support/library_texts.h"
 #include "support/process.h"
 
 namespace {
 
+using support::callersNumber;
+using support::callersText;
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
 const std::u16string OWN_NUMBER = u"+15550001000"; // the simulated modem's
 constexpr u32 UNSET = 0xFFFFFFFF;
 constexpr u16 NO_TIME[6] = {0, 0, 0, 0, 0, 0};
-
-// A number field of 21 units, or a text.
-std::vector<u16> units(const std::u16string &text, std::size_t room = 0) {
-    std::vector<u16> copy(text.begin(), text.end());
-    copy.resize(std::max(room, copy.size() + 1));
-    return copy;
-}
-
-std::vector<u16> number(const std::u16string &digits) { return units(digits, 21); }
 
 std::u16string textOf(const u16 *text) {
     return text == nullptr ? std::u16string() : std::u16string(text, text + sms_wstrlen(text));
@@ -93,7 +87,7 @@ protected:
     }
 
     static u32 send(const std::u16string &text, u8 *sent) {
-        return SendSMS(number(OWN_NUMBER).data(), units(text).data(), 0, sent);
+        return SendSMS(callersNumber(OWN_NUMBER).data(), callersText(text).data(), 0, sent);
     }
 
     static std::string ask(const char *command) {
@@ -153,7 +147,8 @@ TEST_F(WholeRoad, ASavedTextHasAnIndexForEachSegment) {
     ASSERT_EQ(InitSMS(), SMS_OK);
     const std::u16string text = longText(300);
     u32 indexes[2] = {UNSET, UNSET};
-    ASSERT_EQ(SaveSMS(number(u"+491701234567").data(), units(text).data(), 3, indexes, NO_TIME),
+    ASSERT_EQ(SaveSMS(callersNumber(u"+491701234567").data(), callersText(text).data(), 3, indexes,
+                      NO_TIME),
               SMS_OK);
     std::u16string joined;
     for (const u32 index : indexes) {
@@ -171,10 +166,12 @@ TEST_F(WholeRoad, DeletingByIdTakesOneMessageOutOfTheModemsOwnMemory) {
     start();
     ASSERT_EQ(setReceiveMemStore(SMS_STORAGE_ME), SMS_OK);
     u32 indexes[2] = {UNSET, UNSET};
-    ASSERT_EQ(SaveSMS(number(u"123").data(), units(u"gone").data(), 2, &indexes[0], NO_TIME),
-              SMS_OK);
-    ASSERT_EQ(SaveSMS(number(u"123").data(), units(u"kept").data(), 2, &indexes[1], NO_TIME),
-              SMS_OK);
+    ASSERT_EQ(
+        SaveSMS(callersNumber(u"123").data(), callersText(u"gone").data(), 2, &indexes[0], NO_TIME),
+        SMS_OK);
+    ASSERT_EQ(
+        SaveSMS(callersNumber(u"123").data(), callersText(u"kept").data(), 2, &indexes[1], NO_TIME),
+        SMS_OK);
     EXPECT_EQ(deleteSMSByID(indexes[0] | 0x50000), SMS_OK);
     Stored stored;
     EXPECT_EQ(read(indexes[0], &stored), SMS_MODEM_ERROR);
@@ -223,7 +220,8 @@ TEST_P(OddIndexes, WhatIsSavedIsFoundAndDeletedByTheIndexesThatTheModemGave) {
     ASSERT_EQ(setReceiveMemStore(SMS_STORAGE_ME), SMS_OK);
     u32 indexes[3] = {UNSET, UNSET, UNSET};
     const std::u16string text = longText(400);
-    ASSERT_EQ(SaveSMS(number(u"123").data(), units(text).data(), 2, indexes, NO_TIME), SMS_OK);
+    ASSERT_EQ(SaveSMS(callersNumber(u"123").data(), callersText(text).data(), 2, indexes, NO_TIME),
+              SMS_OK);
     for (u32 place = 0; place < 3; place++) { EXPECT_EQ(indexes[place], GetParam().at(place)); }
     EXPECT_EQ(deleteSMSByID(indexes[1]), SMS_OK);
     EXPECT_EQ(readText(indexes[1]), u"none");
@@ -243,7 +241,7 @@ TEST_F(WholeRoad, TheServiceCentreIsReadOnceAndSet) {
     EXPECT_EQ(textOf(address), u"+4912345678");
     EXPECT_EQ(GetCSCA(address), SMS_OK);
     EXPECT_EQ(textOf(address), u"");
-    ASSERT_EQ(SetCSCA(number(u"+4987654321").data()), SMS_OK);
+    ASSERT_EQ(SetCSCA(callersNumber(u"+4987654321").data()), SMS_OK);
     ASSERT_EQ(readCSCA(address), SMS_OK);
     EXPECT_EQ(textOf(address), u"+4987654321");
 }
@@ -256,7 +254,8 @@ TEST_F(WholeRoad, WithoutAManagerEveryOperationSaysSo) {
     Stored stored;
     EXPECT_EQ(send(u"x", &sent), SMS_NO_REPLY_TEXT);
     EXPECT_EQ(sent, 0);
-    EXPECT_EQ(SaveSMS(number(u"1").data(), units(u"x").data(), 0, &index, NO_TIME), SMS_NO_REPLY);
+    EXPECT_EQ(SaveSMS(callersNumber(u"1").data(), callersText(u"x").data(), 0, &index, NO_TIME),
+              SMS_NO_REPLY);
     EXPECT_EQ(index, UNSET);
     EXPECT_EQ(read(1, &stored), SMS_NO_REPLY);
     EXPECT_EQ(setInformmode(), SMS_NO_REPLY);
@@ -305,8 +304,9 @@ TEST_F(WholeRoad, AFullStorageEndsTheSaveWithTheFirstIndexKept) {
     start({"--sm-size", "1"});
     ASSERT_EQ(InitSMS(), SMS_OK);
     u32 indexes[2] = {UNSET, UNSET};
-    EXPECT_EQ(SaveSMS(number(u"1").data(), units(longText(200)).data(), 0, indexes, NO_TIME),
-              SMS_MODEM_ERROR);
+    EXPECT_EQ(
+        SaveSMS(callersNumber(u"1").data(), callersText(longText(200)).data(), 0, indexes, NO_TIME),
+        SMS_MODEM_ERROR);
     EXPECT_EQ(indexes[0], 1U);
     EXPECT_EQ(indexes[1], UNSET);
 }
